@@ -1,0 +1,82 @@
+// Who the user is: the session's tokens (kept in the keychain), the e-mail taken from the access
+// token, and the plan and daily quota last reported by the correction service. The sign-in
+// protocol that fills it talks to Supabase Auth.
+//
+// The token refresh writes the session from the network thread while the main queue reads it, so
+// every field is guarded by one mutex and read as a whole value.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <string>
+
+namespace mirlo {
+
+class App;
+
+class Auth {
+ public:
+  static constexpr const char* changed = "mirlo.auth.changed";
+
+  explicit Auth(App& app);
+
+  std::string accessToken() const;
+  std::string refreshToken() const;
+  std::string email() const;
+  std::string plan() const;
+  std::int64_t quotaUsed() const;
+  std::int64_t quotaLimit() const;
+
+  void setPlan(const std::string& plan);
+  void setQuotaUsed(std::int64_t used);
+  void setQuotaLimit(std::int64_t limit);
+
+  // A refresh token is present (an expired access token can still be refreshed).
+  bool isSignedIn() const;
+  std::string planLabel() const;
+
+  // Purely local: forgets the tokens, the e-mail and the plan, deletes the keychain item and
+  // announces the change. The last reported allowance is kept on purpose.
+  void signOut();
+
+  // --- The sign-in protocol.
+
+  // The address to open in the browser for Google sign-in.
+  std::string signInURL() const;
+  // The `mirlo://auth#…` address the browser came back with; true when it carried a session.
+  bool handleCallback(const std::string& url);
+  // Completions receive no message on success, else a French sentence; always on the main queue.
+  void signIn(const std::string& email, const std::string& password,
+              std::function<void(std::optional<std::string>)> done);
+  void signUp(const std::string& email, const std::string& password,
+              std::function<void(std::optional<std::string>)> done);
+  // Obtains a new token pair. `done` runs on the network thread (or at once, on the caller's
+  // thread, when there is no refresh token); a failure signs out through the main queue.
+  void refresh(std::function<void(bool)> done);
+
+  // Test and tooling access: stores a token pair as a successful sign-in would, without a
+  // notification.
+  void setTokens(const std::string& access, const std::string& refresh);
+
+ private:
+  void load();
+  void persist();
+  void decodeEmail();
+  void storeTokensAndPersist(const std::string& access, const std::string& refresh);
+  void passwordRequest(const std::string& path, const std::string& email, const std::string& password,
+                       std::function<void(std::optional<std::string>)> done);
+
+  App& app_;
+  const std::string service_ = "io.mirlo.app.session";
+  mutable std::mutex mutex_;
+  std::string accessToken_;
+  std::string refreshToken_;
+  std::string email_;
+  std::string plan_;
+  std::int64_t quotaUsed_ = -1;
+  std::int64_t quotaLimit_ = 3;
+};
+
+}  // namespace mirlo

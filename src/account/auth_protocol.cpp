@@ -1,0 +1,164 @@
+// The operations of the session that talk to Supabase Auth.
+#include <memory>
+
+#include "account/auth.h"
+#include "account/prefs.h"
+#include "app/app.h"
+#include "base/base64.h"
+#include "base/json.h"
+#include "base/text.h"
+#include "base/url.h"
+
+namespace mirlo {
+
+namespace {
+
+constexpr double kTimeoutSeconds = 15;
+
+HttpRequest authRequest(const App& app, const std::string& url, const Json& body) {
+  HttpRequest request;
+  request.method = "POST";
+  request.url = url;
+  request.timeoutSeconds = kTimeoutSeconds;
+  request.cachePolicy = CachePolicy::protocolDefault;
+  request.headers = {{"Content-Type", "application/json"}, {"apikey", app.config().anonKey}};
+  request.body = dumpJson(body);
+  return request;
+}
+
+// Both tokens as strings, or nothing.
+std::optional<std::pair<std::string, std::string>> tokenPair(const Json& object) {
+  if (!object.is_object()) return std::nullopt;
+  auto access = object.find("access_token");
+  auto refresh = object.find("refresh_token");
+  if (access == object.end() || refresh == object.end() || !access->is_string() || !refresh->is_string())
+    return std::nullopt;
+  return std::make_pair(access->get<std::string>(), refresh->get<std::string>());
+}
+
+}  // namespace
+
+std::string Auth::signInURL() const {
+  return app_.config().supabaseUrl + "/auth/v1/authorize?provider=" + url::encodeQueryValue("google") +
+         "&redirect_to=" + url::encodeQueryValue("mirlo://auth");
+}
+
+bool Auth::handleCallback(const std::string& address) {
+  auto parsed = url::parse(address);
+  if (!parsed || !parsed->fragment) return false;
+  std::optional<std::string> access, refresh;
+  std::string_view fragment = *parsed->fragment;
+  while (true) {
+    auto amp = fragment.find('&');
+    std::string_view piece = fragment.substr(0, amp);
+    auto eq = piece.find('=');
+    // A piece counts only when it splits into exactly two parts.
+    if (eq != std::string_view::npos && piece.find('=', eq + 1) == std::string_view::npos) {
+      std::string key(piece.substr(0, eq));
+      std::string raw(piece.substr(eq + 1));
+      std::string value = url::percentDecode(raw).value_or(raw);
+      if (key == "access_token") access = value;
+      if (key == "refresh_token") refresh = value;
+    }
+    if (amp == std::string_view::npos) break;
+    fragment.remove_prefix(amp + 1);
+  }
+  if (!access || !refresh) return false;
+  storeTokensAndPersist(*access, *refresh);
+  app_.notifications().post(changed);
+  return true;
+}
+
+void Auth::decodeEmail() {
+  const std::string token = accessToken();
+  auto firstDot = token.find('.');
+  if (firstDot == std::string::npos) return;
+  auto secondDot = token.find('.', firstDot + 1);
+  std::string payload = token.substr(firstDot + 1, secondDot == std::string::npos ? std::string::npos
+                                                                                   : secondDot - firstDot - 1);
+  for (char& c : payload) {
+    if (c == '-') c = '+';
+    else if (c == '_') c = '/';
+  }
+  while (payload.size() % 4 != 0) payload.push_back('=');
+  auto bytes = decodeBase64Strict(payload);
+  if (!bytes) return;
+  auto claims = parseJson(*bytes);
+  if (!claims || !claims->is_object()) return;
+  std::string decoded;
+  if (auto it = claims->find("email"); it != claims->end() && it->is_string())
+    decoded = text::unicodeLower(it->get<std::string>());
+  std::lock_guard lock(mutex_);
+  email_ = decoded;
+}
+
+void Auth::signIn(const std::string& email, const std::string& password,
+                  std::function<void(std::optional<std::string>)> done) {
+  passwordRequest("/auth/v1/token?grant_type=password", email, password, std::move(done));
+}
+
+void Auth::signUp(const std::string& email, const std::string& password,
+                  std::function<void(std::optional<std::string>)> done) {
+  passwordRequest("/auth/v1/signup", email, password, std::move(done));
+}
+
+void Auth::passwordRequest(const std::string& path, const std::string& email, const std::string& password,
+                           std::function<void(std::optional<std::string>)> done) {
+  Json body = {{"email", email}, {"password", password}};
+  auto request = authRequest(app_, app_.config().supabaseUrl + path, body);
+  MainQueue& main = app_.platform().mainQueue;
+  app_.platform().http.send(std::move(request), [this, &main, done = std::move(done)](HttpResult result) mutable {
+    main.post([this, result = std::move(result), done = std::move(done)] {
+      if (auto* failure = std::get_if<TransportError>(&result)) {
+        (void)failure;
+        done("Connexion impossible, vérifie ton réseau");
+        return;
+      }
+      const auto& response = std::get<HttpResponse>(result);
+      auto object = parseJson(response.body);
+      if (response.body.empty() || !object || !object->is_object()) {
+        done("Réponse invalide");
+        return;
+      }
+      if (auto tokens = tokenPair(*object)) {
+        storeTokensAndPersist(tokens->first, tokens->second);
+        app_.notifications().post(changed);
+        done(std::nullopt);
+        return;
+      }
+      std::string code;
+      if (auto it = object->find("error_code"); it != object->end() && it->is_string()) code = it->get<std::string>();
+      if (code == "invalid_credentials") return done("Email ou mot de passe incorrect");
+      if (code == "user_already_exists") return done("Ce compte existe déjà : utilise Se connecter");
+      if (code == "weak_password") return done("Mot de passe trop court (8 caractères minimum)");
+      if (auto it = object->find("msg"); it != object->end() && it->is_string()) return done(it->get<std::string>());
+      done("Erreur inconnue");
+    });
+  });
+}
+
+void Auth::refresh(std::function<void(bool)> done) {
+  const std::string current = refreshToken();
+  if (current.empty()) {
+    done(false);
+    return;
+  }
+  auto request = authRequest(app_, app_.config().supabaseUrl + "/auth/v1/token?grant_type=refresh_token",
+                             Json{{"refresh_token", current}});
+  MainQueue& main = app_.platform().mainQueue;
+  app_.platform().http.send(std::move(request), [this, &main, done = std::move(done)](HttpResult result) {
+    if (auto* response = std::get_if<HttpResponse>(&result)) {
+      if (auto object = parseJson(response->body)) {
+        if (auto tokens = tokenPair(*object)) {
+          storeTokensAndPersist(tokens->first, tokens->second);
+          done(true);
+          return;
+        }
+      }
+    }
+    main.post([this] { signOut(); });
+    done(false);
+  });
+}
+
+}  // namespace mirlo

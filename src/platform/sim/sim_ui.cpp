@@ -1,0 +1,156 @@
+#include "platform/sim/sim_ui.h"
+
+#include <cmath>
+
+#include "base/text.h"
+
+namespace mirlo::sim {
+
+namespace {
+
+class SimLiveView final : public LiveView {
+ public:
+  explicit SimLiveView(std::weak_ptr<SimNode> node) : node_(std::move(node)) {}
+
+  std::string text() const override {
+    auto node = node_.lock();
+    return node ? node->view.text : std::string();
+  }
+  bool isChecked() const override {
+    auto node = node_.lock();
+    return node && node->view.checked;
+  }
+  void setText(const std::string& value) override {
+    if (auto node = node_.lock()) node->view.text = value;
+  }
+  void setRichText(const RichText& value) override {
+    if (auto node = node_.lock()) node->view.richText = value;
+  }
+  void setHidden(bool hidden) override {
+    if (auto node = node_.lock()) node->view.hidden = hidden;
+  }
+  void setBackground(const std::optional<Color>& color) override {
+    if (auto node = node_.lock()) node->view.background = color;
+  }
+  std::optional<Color> background() const override {
+    auto node = node_.lock();
+    return node ? node->view.background : std::nullopt;
+  }
+
+ private:
+  std::weak_ptr<SimNode> node_;
+};
+
+}  // namespace
+
+SimNodes render(std::vector<View> views) {
+  SimNodes nodes;
+  for (auto& view : views) {
+    auto node = std::make_shared<SimNode>();
+    auto children = std::move(view.children);
+    view.children.clear();
+    node->view = std::move(view);
+    node->children = render(std::move(children));
+    if (node->view.slot) node->view.slot->live = std::make_shared<SimLiveView>(node);
+    nodes.push_back(std::move(node));
+  }
+  return nodes;
+}
+
+std::shared_ptr<SimNode> findNode(const SimNodes& nodes, const std::function<bool(const SimNode&)>& match) {
+  for (const auto& node : nodes) {
+    if (match(*node)) return node;
+    if (auto found = findNode(node->children, match)) return found;
+  }
+  return nullptr;
+}
+
+void SimCardPanel::addViews(std::vector<View> added) {
+  for (auto& node : render(std::move(added))) views.push_back(std::move(node));
+}
+
+void SimCardPanel::animateFrame(Rect frame, double duration, AnimationTiming timing, std::function<void()> completion) {
+  animations.push_back({SimAnimation::Kind::frame, frame, 0, duration, timing});
+  frame_ = frame;
+  if (completion) main_.postAfter(duration, std::move(completion));
+}
+
+void SimCardPanel::animateAlpha(double a, double duration, AnimationTiming timing) {
+  animations.push_back({SimAnimation::Kind::alpha, frame_, a, duration, timing});
+  alpha = a;
+}
+
+void SimWindow::center() {
+  ++centerCount;
+  // Centred on a 1440 × 900 screen, a little above the middle as the platform does.
+  frame_.x = std::floor((1440 - frame_.width) / 2);
+  frame_.y = std::floor((900 - frame_.height) / 2 + (900 - frame_.height) / 6);
+}
+
+void SimWindow::setContent(View root) {
+  std::vector<View> one;
+  one.push_back(std::move(root));
+  content = render(std::move(one));
+}
+
+void SimWindow::makeKeyAndOrderFront() {
+  visible = true;
+  key = true;
+  ++frontCount;
+}
+
+void SimWindow::close() {
+  if (!visible) return;
+  if (willClose_) willClose_();
+  visible = false;
+  key = false;
+}
+
+std::shared_ptr<StatusItem> SimUI::createStatusItem() {
+  if (statusBarRefuses) return nullptr;
+  statusItem = std::make_shared<SimStatusItem>();
+  return statusItem;
+}
+
+std::shared_ptr<CardPanel> SimUI::createCardPanel(const CardPanelStyle& style) {
+  auto panel = std::make_shared<SimCardPanel>(main_, style);
+  panels.push_back(panel);
+  return panel;
+}
+
+std::shared_ptr<Window> SimUI::createWindow(Size contentSize) {
+  auto window = std::make_shared<SimWindow>(contentSize);
+  windows.push_back(window);
+  return window;
+}
+
+Size SimUI::sizeToFit(const View& view) {
+  // A fixed, predictable metric: each user-perceived character is 0.55 em wide, a line 1.25 em
+  // high. Real platforms measure with their fonts.
+  const double em = view.font.size;
+  std::size_t longest = 0, lines = 0;
+  std::size_t start = 0;
+  const std::string& s = view.text;
+  while (true) {
+    auto end = s.find('\n', start);
+    longest = std::max(longest, text::graphemeCount(std::string_view(s).substr(start, end - start)));
+    ++lines;
+    if (end == std::string::npos) break;
+    start = end + 1;
+  }
+  return {std::ceil(static_cast<double>(longest) * em * 0.55), std::ceil(static_cast<double>(lines) * em * 1.25)};
+}
+
+std::shared_ptr<SimCardPanel> SimUI::openPanel() const {
+  for (auto it = panels.rbegin(); it != panels.rend(); ++it)
+    if (!(*it)->closed) return *it;
+  return nullptr;
+}
+
+std::shared_ptr<SimWindow> SimUI::window(const std::string& title) const {
+  for (const auto& w : windows)
+    if (w->visible && w->title == title) return w;
+  return nullptr;
+}
+
+}  // namespace mirlo::sim
