@@ -1,0 +1,45 @@
+// Command+Z after a correction. The application in front receives the same keys (they are
+// watched, not captured), so the engine waits a moment, looks at what the application's own undo
+// did, and writes the original back only where the corrected text is still in place.
+#include "access/ax.h"
+#include "app/app.h"
+#include "base/text.h"
+#include "engine/engine.h"
+#include "ui/card/card.h"
+
+namespace mirlo {
+
+namespace {
+constexpr double kUndoWindow = 60;   // seconds during which a replacement can be undone
+constexpr double kUndoDelay = 0.25;  // time for the application's own undo to act first
+}  // namespace
+
+void Engine::handleUndoKey() {
+  if (!undoInfo_) return;
+  if (app_.platform().mainQueue.now() - undoInfo_->at >= kUndoWindow) return;
+  UndoInfo info = *undoInfo_;
+  undoInfo_.reset();
+  app_.platform().mainQueue.postAfter(kUndoDelay, life_.guard([this, info] { restore(info); }));
+}
+
+void Engine::restore(const UndoInfo& info) {
+  AX& ax = app_.ax();
+  if (info.element) {
+    auto current = ax.textValue(info.element);
+    if (current && current->find(info.corrected) != std::string::npos &&
+        current->find(info.original) == std::string::npos) {
+      ax.setSelectedRange(info.element, info.location, text::utf16Length(info.corrected));
+      ax.setSelectedText(info.element, info.original);
+    }
+    ax.setSelectedRange(info.element, info.location, text::utf16Length(info.original));
+  }
+  auto selection = ax.selection();
+  if (!selection || text::trimWhitespace(selection->text).empty()) return;
+  std::optional<Rect> anchor;
+  const auto& range = selection->range;
+  if (range.length > 1) anchor = ax.boundsFor(selection->element, range.location + range.length - 1, 1);
+  if (!anchor) anchor = ax.boundsFor(selection->element, range.location, std::max<std::int64_t>(range.length, 1));
+  app_.card().showButtons(anchor);
+}
+
+}  // namespace mirlo
