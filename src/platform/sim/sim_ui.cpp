@@ -230,7 +230,10 @@ Size SimUI::sizeToFit(const View& view) {
     if (end == std::string::npos) break;
     start = end + 1;
   }
-  return {std::ceil(static_cast<double>(longest) * em * 0.55), std::ceil(static_cast<double>(lines) * em * 1.25)};
+  // Scaled in whole hundredths so that exact sizes (8 characters at 12.5 pt: 55) stay exact
+  // instead of rounding up from 55.00000000000001.
+  return {std::ceil(static_cast<double>(longest) * em * 55 / 100),
+          std::ceil(static_cast<double>(lines) * em * 125 / 100)};
 }
 
 std::shared_ptr<SimCardPanel> SimUI::openPanel() const {
