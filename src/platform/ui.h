@@ -130,11 +130,22 @@ struct View {
   std::optional<Shadow> shadow;
   double alpha = 1;
   bool hidden = false;
+  // Backed by a layer even without a background, so that a background can be given later.
+  bool wantsLayer = false;
   // Controls.
   bool checked = false;                 // check box state
   std::string keyEquivalent;            // "\r" makes a push button the window's default button
-  std::function<void()> action;         // buttons, check boxes
-  std::function<void()> onMouseEntered; // flat buttons: hover tracking
+  // Buttons, check boxes. Platforms call a copy, so that an action that closes its own surface
+  // (and so destroys this view) finishes safely.
+  std::function<void()> action;
+  // A click on this view in a panel of an inactive application acts at once instead of only
+  // bringing the panel forward.
+  bool acceptsFirstMouse = false;
+  // Hover tracking: when non-zero, the view keeps exactly one tracking area over its bounds with
+  // these options (the platform's tracking-area flags, e.g. 0x01 entered/exited | 0x80 active
+  // always), recreated whenever the view is resized. The handlers are called on entry and exit.
+  std::uint32_t trackingAreaOptions = 0;
+  std::function<void()> onMouseEntered;
   std::function<void()> onMouseExited;
   // Rich text, shapes, emitters.
   RichText richText;
@@ -157,6 +168,12 @@ class LiveView {
   virtual void setHidden(bool hidden) = 0;
   virtual void setBackground(const std::optional<Color>& color) = 0;
   virtual std::optional<Color> background() const = 0;
+  // A label's colour or a button's content tint.
+  virtual std::optional<Color> textColor() const = 0;
+  virtual void setTextColor(const std::optional<Color>& color) = 0;
+  virtual Rect frame() const = 0;
+  // Moves and resizes the view; a hover-tracking view recreates its one tracking area.
+  virtual void setFrame(const Rect& frame) = 0;
 };
 
 struct MenuItem {
@@ -202,10 +219,16 @@ class CardPanel {
   virtual void close() = 0;
 };
 
+// How a card panel is made. Every field is set by the core; the platform applies it literally.
 struct CardPanelStyle {
   Rect contentRect;
+  // Clicking the panel does not activate this application; it has no title bar and no border.
+  bool nonActivating = true;
   bool ignoresMouseEvents = false;
   int level = 25;
+  bool opaque = false;  // not opaque, with a clear window background
+  bool hasShadow = true;
+  bool hidesOnDeactivate = false;
   // The content view's layer.
   Color background;
   double cornerRadius = 0;

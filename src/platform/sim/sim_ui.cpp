@@ -36,12 +36,36 @@ class SimLiveView final : public LiveView {
     auto node = node_.lock();
     return node ? node->view.background : std::nullopt;
   }
+  std::optional<Color> textColor() const override {
+    auto node = node_.lock();
+    return node ? node->view.textColor : std::nullopt;
+  }
+  void setTextColor(const std::optional<Color>& color) override {
+    if (auto node = node_.lock()) node->view.textColor = color;
+  }
+  Rect frame() const override {
+    auto node = node_.lock();
+    return node ? node->view.frame : Rect{};
+  }
+  void setFrame(const Rect& frame) override {
+    auto node = node_.lock();
+    if (!node) return;
+    const bool resized = node->view.frame.size() != frame.size();
+    node->view.frame = frame;
+    if (resized) node->updateTrackingAreas();
+  }
 
  private:
   std::weak_ptr<SimNode> node_;
 };
 
 }  // namespace
+
+void SimNode::updateTrackingAreas() {
+  ++trackingAreaUpdates;
+  trackingAreas.clear();
+  if (view.trackingAreaOptions != 0) trackingAreas.push_back({0, 0, view.frame.width, view.frame.height});
+}
 
 SimNodes render(std::vector<View> views) {
   SimNodes nodes;
@@ -51,6 +75,7 @@ SimNodes render(std::vector<View> views) {
     view.children.clear();
     node->view = std::move(view);
     node->children = render(std::move(children));
+    node->updateTrackingAreas();
     if (node->view.slot) node->view.slot->live = std::make_shared<SimLiveView>(node);
     nodes.push_back(std::move(node));
   }
@@ -63,6 +88,73 @@ std::shared_ptr<SimNode> findNode(const SimNodes& nodes, const std::function<boo
     if (auto found = findNode(node->children, match)) return found;
   }
   return nullptr;
+}
+
+std::shared_ptr<SimNode> findText(const SimNodes& nodes, const std::string& text) {
+  return findNode(nodes, [&text](const SimNode& node) { return node.view.text == text; });
+}
+
+std::vector<std::shared_ptr<SimNode>> allNodes(const SimNodes& nodes) {
+  std::vector<std::shared_ptr<SimNode>> out;
+  for (const auto& node : nodes) {
+    out.push_back(node);
+    auto below = allNodes(node->children);
+    out.insert(out.end(), below.begin(), below.end());
+  }
+  return out;
+}
+
+bool performClick(const SimNode& node) {
+  if (node.view.hidden || !node.view.action) return false;
+  auto action = node.view.action;
+  action();
+  return true;
+}
+
+bool pointerEnters(const SimNode& node) {
+  if (node.trackingAreas.empty() || !node.view.onMouseEntered) return false;
+  auto handler = node.view.onMouseEntered;
+  handler();
+  return true;
+}
+
+bool pointerExits(const SimNode& node) {
+  if (node.trackingAreas.empty() || !node.view.onMouseExited) return false;
+  auto handler = node.view.onMouseExited;
+  handler();
+  return true;
+}
+
+bool SimCardPanel::click(const std::string& text) {
+  if (closed || ignoresMouseEvents) return false;
+  auto node = find(text);
+  if (!node) return false;
+  // The application stays inactive (the panel never activates it): a view that does not accept
+  // the first mouse spends the first click on bringing the panel forward.
+  if (!node->view.acceptsFirstMouse && !broughtForward_) {
+    broughtForward_ = true;
+    return false;
+  }
+  broughtForward_ = true;
+  return performClick(*node);
+}
+
+bool SimCardPanel::hover(const std::string& text) {
+  if (closed || ignoresMouseEvents) return false;
+  auto node = find(text);
+  return node && pointerEnters(*node);
+}
+
+bool SimCardPanel::unhover(const std::string& text) {
+  if (closed || ignoresMouseEvents) return false;
+  auto node = find(text);
+  return node && pointerExits(*node);
+}
+
+bool SimWindow::click(const std::string& text) {
+  if (!visible) return false;
+  auto node = find(text);
+  return node && performClick(*node);
 }
 
 void SimCardPanel::addViews(std::vector<View> added) {
@@ -138,7 +230,10 @@ Size SimUI::sizeToFit(const View& view) {
     if (end == std::string::npos) break;
     start = end + 1;
   }
-  return {std::ceil(static_cast<double>(longest) * em * 0.55), std::ceil(static_cast<double>(lines) * em * 1.25)};
+  // Scaled in whole hundredths so that exact sizes (8 characters at 12.5 pt: 55) stay exact
+  // instead of rounding up from 55.00000000000001.
+  return {std::ceil(static_cast<double>(longest) * em * 55 / 100),
+          std::ceil(static_cast<double>(lines) * em * 125 / 100)};
 }
 
 std::shared_ptr<SimCardPanel> SimUI::openPanel() const {

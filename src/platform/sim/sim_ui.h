@@ -13,16 +13,34 @@
 
 namespace mirlo::sim {
 
-// A rendered view: its description (without children) and its rendered children.
+// A rendered view: its description (without children), its rendered children, and the hover
+// tracking areas it holds (in its own bounds).
 struct SimNode {
   View view;
   std::vector<std::shared_ptr<SimNode>> children;
+  std::vector<Rect> trackingAreas;
+  int trackingAreaUpdates = 0;  // times the tracking areas were rebuilt
+
+  // Rebuilds the tracking areas as the platform does on a resize: all removed, then one over the
+  // bounds when the view asks for hover tracking.
+  void updateTrackingAreas();
 };
 using SimNodes = std::vector<std::shared_ptr<SimNode>>;
 
 SimNodes render(std::vector<View> views);
 // Depth-first search for the first node matching the predicate.
 std::shared_ptr<SimNode> findNode(const SimNodes& nodes, const std::function<bool(const SimNode&)>& match);
+// The first node showing exactly this text (a label's text, a button's title).
+std::shared_ptr<SimNode> findText(const SimNodes& nodes, const std::string& text);
+// Every node, depth first, in the order they were added.
+std::vector<std::shared_ptr<SimNode>> allNodes(const SimNodes& nodes);
+
+// Runs the node's action the way a platform does: on a copy, so that an action that tears down its
+// own surface completes. False when the view has no action.
+bool performClick(const SimNode& node);
+// The pointer enters or leaves the view; only a view with a tracking area hears of it.
+bool pointerEnters(const SimNode& node);
+bool pointerExits(const SimNode& node);
 
 class SimStatusItem final : public StatusItem {
  public:
@@ -52,6 +70,7 @@ struct SimAnimation {
 class SimCardPanel final : public CardPanel {
  public:
   SimCardPanel(MainQueue& main, const CardPanelStyle& made) : style(made), main_(main), frame_(made.contentRect) {
+    contentSize = made.contentRect.size();
     ignoresMouseEvents = made.ignoresMouseEvents;
   }
 
@@ -63,6 +82,15 @@ class SimCardPanel final : public CardPanel {
   int orderFrontCount = 0;
   bool closed = false;
   std::vector<SimAnimation> animations;
+
+  // The user clicks the view showing `text`. False when the click did nothing: no such view, the
+  // panel lets the mouse through to the application beneath, the view has no action, or the view
+  // does not accept the first mouse and the click only brought the panel forward.
+  bool click(const std::string& text);
+  // The pointer moves onto / off the view showing `text` (nothing when the panel ignores the mouse).
+  bool hover(const std::string& text);
+  bool unhover(const std::string& text);
+  std::shared_ptr<SimNode> find(const std::string& text) const { return findText(views, text); }
 
   Rect frame() const override { return frame_; }
   void setIgnoresMouseEvents(bool ignores) override { ignoresMouseEvents = ignores; }
@@ -78,6 +106,7 @@ class SimCardPanel final : public CardPanel {
  private:
   MainQueue& main_;
   Rect frame_;
+  bool broughtForward_ = false;  // a first click has already brought the panel forward
 };
 
 class SimWindow final : public Window {
@@ -101,6 +130,10 @@ class SimWindow final : public Window {
   bool isVisible() const override { return visible; }
   Rect frame() const override { return frame_; }
   void setWillClose(std::function<void()> handler) override { willClose_ = std::move(handler); }
+
+  // The user clicks the view showing `text` in the window; false when nothing acted.
+  bool click(const std::string& text);
+  std::shared_ptr<SimNode> find(const std::string& text) const { return findText(content, text); }
 
   // The user moves the window.
   void moveTo(Point origin) {

@@ -44,6 +44,8 @@ class Card {
  private:
   void present(std::vector<View> views, Size size, bool clickable, std::optional<double> autoClose, State state);
   void scheduleClose(std::int64_t gen, double after);
+  // Where a card of this size goes: next to the anchor, kept on its screen, or under the pointer.
+  Point origin(Size size);
 
   App& app_;
   std::shared_ptr<CardPanel> panel_;

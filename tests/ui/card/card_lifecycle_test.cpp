@@ -1,0 +1,228 @@
+// How the card comes and goes: one panel faded in once and then reused without blinking, newer
+// cards silently cancelling older pending work, closing by itself unless the pointer rests on it,
+// and the dismissals the selection watcher and Escape use.
+#include "card_fixture.h"
+
+#include "ui/kit/palette.h"
+
+namespace mirlo::testing {
+namespace {
+
+using LifecycleTest = CardTest;
+
+const Rect kSelection{400, 500, 8, 16};
+
+TEST_F(LifecycleTest, NewPanelFadesInAsAFloatingNonActivatingRoundedCard) {
+  card().showButtons(kSelection);
+  auto& p = panel();
+  EXPECT_TRUE(p.style.nonActivating);
+  EXPECT_EQ(p.style.level, 25);
+  EXPECT_FALSE(p.style.opaque);
+  EXPECT_TRUE(p.style.hasShadow);
+  EXPECT_FALSE(p.style.hidesOnDeactivate);
+  EXPECT_EQ(p.style.background, DA::card);
+  EXPECT_EQ(p.style.cornerRadius, 11);
+  EXPECT_EQ(p.style.borderWidth, 0.5);
+  EXPECT_EQ(p.style.borderColor, DA::border);
+  EXPECT_EQ(p.style.contentRect, (Rect{352.5, 454, 185, 38}));
+  EXPECT_FALSE(p.ignoresMouseEvents);
+  // Its views are there at once; it fades from 0 to 1 over 0.12 s.
+  EXPECT_EQ(texts(), (std::vector<std::string>{"Corriger", "Reformuler"}));
+  ASSERT_EQ(p.animations.size(), 1u);
+  EXPECT_EQ(p.animations[0].kind, sim::SimAnimation::Kind::alpha);
+  EXPECT_EQ(p.animations[0].alpha, 1.0);
+  EXPECT_EQ(p.animations[0].duration, 0.12);
+  EXPECT_EQ(p.animations[0].timing, AnimationTiming::defaultTiming);
+  EXPECT_GE(p.orderFrontCount, 1);
+  EXPECT_EQ(card().state(), Card::State::buttons);
+  EXPECT_TRUE(card().isButtonsOpen());
+}
+
+TEST_F(LifecycleTest, ChangingContentReusesThePanelAndGlidesToTheNewFrame) {
+  card().showButtons(kSelection);
+  auto first = desk().ui.openPanel();
+  const int fronts = first->orderFrontCount;
+  card().showProgress("Correction…");
+  EXPECT_EQ(desk().ui.panels.size(), 1u);
+  EXPECT_EQ(card().state(), Card::State::progress);
+  // The old views leave at once; the panel is brought front as the glide starts, not after.
+  EXPECT_TRUE(first->views.empty());
+  EXPECT_EQ(first->orderFrontCount, fronts + 1);
+  EXPECT_TRUE(first->ignoresMouseEvents);
+  const auto& glide = first->animations.back();
+  EXPECT_EQ(glide.kind, sim::SimAnimation::Kind::frame);
+  EXPECT_EQ(glide.frame, (Rect{408 - 0.3 * 131, 457, 131, 35}));  // "Correction…" is 79 wide
+  EXPECT_EQ(glide.duration, 0.14);
+  EXPECT_EQ(glide.timing, AnimationTiming::easeOut);
+
+  world.advance(0.1);
+  EXPECT_TRUE(first->views.empty());
+  world.advance(0.05);
+  EXPECT_EQ(texts(), (std::vector<std::string>{"Correction…"}));
+  EXPECT_EQ(first->contentSize, (Size{131, 35}));
+
+  card().showSuccess("Texte corrigé", [] {});
+  settle();
+  EXPECT_EQ(desk().ui.panels.size(), 1u);
+  EXPECT_EQ(texts(), (std::vector<std::string>{"✓", "Texte corrigé", "Annuler"}));
+  EXPECT_FALSE(first->ignoresMouseEvents);
+  EXPECT_EQ(first->alpha, 1.0);  // no second fade: it never blinks
+}
+
+TEST_F(LifecycleTest, TwoQuickPresentsShowOnlyTheSecond) {
+  card().showButtons(kSelection);
+  card().showProgress("Correction…");
+  card().showError("Oups", false);
+  settle();
+  EXPECT_EQ(texts(), (std::vector<std::string>{"!", "Oups"}));
+  EXPECT_EQ(panel().contentSize, (Size{70, 31}));
+  world.advance(1);
+  EXPECT_EQ(texts(), (std::vector<std::string>{"!", "Oups"}));
+}
+
+TEST_F(LifecycleTest, CloseDuringTheGlideDropsTheNewViews) {
+  card().showButtons(kSelection);
+  auto p = desk().ui.openPanel();
+  card().showProgress("Correction…");
+  card().close();
+  settle();
+  EXPECT_TRUE(p->closed);
+  EXPECT_TRUE(p->views.empty());
+}
+
+TEST_F(LifecycleTest, ButtonsCloseByThemselvesAfterThreeSeconds) {
+  card().showButtons(kSelection);
+  world.advance(2.99);
+  EXPECT_TRUE(onScreen());
+  world.advance(0.02);
+  EXPECT_FALSE(onScreen());
+  EXPECT_EQ(card().state(), Card::State::idle);
+  EXPECT_FALSE(card().hasPanel());
+  EXPECT_FALSE(card().anchor().has_value());
+}
+
+TEST_F(LifecycleTest, AutoCloseTimesByContent) {
+  struct Case {
+    std::function<void(Card&)> show;
+    double closesAfter;
+  };
+  const std::vector<Case> cases = {
+      {[](Card& c) { c.showConnect(kSelection); }, 3.0},
+      {[](Card& c) { c.showNotice("Texte copié"); }, 3.5},
+      {[](Card& c) { c.showSuccess("Texte corrigé", [] {}); }, 4.0},
+      {[](Card& c) { c.showError("Oups", false); }, 3.0},
+      {[](Card& c) { c.showError("Quota atteint", true); }, 8.0},
+  };
+  desk().screens.mouse = {0, 890};  // well away from every card
+  for (const auto& c : cases) {
+    c.show(card());
+    world.advance(c.closesAfter - 0.01);
+    EXPECT_TRUE(onScreen()) << c.closesAfter;
+    world.advance(0.02);
+    EXPECT_FALSE(onScreen()) << c.closesAfter;
+  }
+}
+
+TEST_F(LifecycleTest, ProgressStaysUntilReplaced) {
+  card().showProgress("Correction…");
+  world.advance(600);
+  EXPECT_TRUE(onScreen());
+  EXPECT_EQ(card().state(), Card::State::progress);
+}
+
+TEST_F(LifecycleTest, TimerOfAReplacedCardLeavesTheNewerOneOpen) {
+  card().showButtons(kSelection);
+  world.advance(1);
+  card().showProgress("Correction…");
+  world.advance(2.5);  // past the buttons' 3 seconds
+  EXPECT_TRUE(onScreen());
+  EXPECT_EQ(card().state(), Card::State::progress);
+}
+
+TEST_F(LifecycleTest, TimerOfAClosedCardDoesNotCloseTheNextOne) {
+  card().showButtons(kSelection);  // would close at 3
+  world.advance(1);
+  card().close();
+  card().showSuccess("Texte corrigé", [] {});  // a new panel, closes at 5
+  world.advance(2.5);
+  EXPECT_TRUE(onScreen());
+  world.advance(1.6);
+  EXPECT_FALSE(onScreen());
+}
+
+TEST_F(LifecycleTest, PointerRestingOnTheCardKeepsItOpen) {
+  card().showSuccess("Texte corrigé", [] {});  // 203 × 40 under the pointer at 720, 450
+  const Rect f = panel().frame();
+  desk().screens.mouse = {f.x + 10, f.y + 10};
+  world.advance(30);
+  EXPECT_TRUE(onScreen());
+
+  // Within the 6-point margin still counts as on the card.
+  desk().screens.mouse = {f.maxX() + 5.5, f.y + 10};
+  world.advance(1.2);
+  EXPECT_TRUE(onScreen());
+
+  // Checks run every 1.2 s from the 4-second mark: 4, 5.2, …, 30.4, 31.6; it is now 31.2.
+  desk().screens.mouse = {f.maxX() + 6, f.y + 10};  // just outside the margin
+  world.advance(31.59 - 31.2);
+  EXPECT_TRUE(onScreen());
+  world.advance(0.02);
+  EXPECT_FALSE(onScreen());
+}
+
+TEST_F(LifecycleTest, CloseResetsEverythingEvenWithoutAPanel) {
+  const auto before = card().generation();
+  card().close();
+  EXPECT_EQ(card().generation(), before + 1);
+  EXPECT_EQ(card().state(), Card::State::idle);
+
+  card().showButtons(kSelection);
+  card().close();
+  EXPECT_EQ(card().generation(), before + 3);
+  EXPECT_FALSE(card().anchor().has_value());
+  EXPECT_FALSE(card().isButtonsOpen());
+  // The next card makes a fresh panel that fades in again.
+  card().showButtons(kSelection);
+  EXPECT_EQ(desk().ui.panels.size(), 2u);
+  EXPECT_EQ(panel().animations.front().kind, sim::SimAnimation::Kind::alpha);
+}
+
+TEST_F(LifecycleTest, EscapeClosesEverythingButProgress) {
+  card().showProgress("Correction…");
+  card().dismissByEscape();
+  EXPECT_TRUE(onScreen());
+
+  card().showSuccess("Texte corrigé", [] {});
+  card().dismissByEscape();
+  EXPECT_FALSE(onScreen());
+
+  for (auto show : std::vector<std::function<void()>>{
+           [&] { card().showButtons(kSelection); }, [&] { card().showConnect(kSelection); },
+           [&] { card().showNotice("Texte copié"); }, [&] { card().showError("Oups", true); }}) {
+    show();
+    card().dismissByEscape();
+    EXPECT_FALSE(onScreen());
+  }
+  const auto gen = card().generation();
+  card().dismissByEscape();  // idle: nothing happens
+  EXPECT_EQ(card().generation(), gen);
+}
+
+TEST_F(LifecycleTest, LosingTheSelectionClosesOnlyTheOffer) {
+  card().showConnect(kSelection);
+  EXPECT_TRUE(card().isButtonsOpen());
+  card().dismissButtonsOnly();
+  EXPECT_FALSE(onScreen());
+
+  for (auto show : std::vector<std::function<void()>>{[&] { card().showProgress("Correction…"); },
+                                                      [&] { card().showSuccess("Texte corrigé", [] {}); },
+                                                      [&] { card().showError("Oups", false); }}) {
+    show();
+    card().dismissButtonsOnly();
+    EXPECT_TRUE(onScreen());
+    EXPECT_FALSE(card().isButtonsOpen());
+  }
+}
+
+}  // namespace
+}  // namespace mirlo::testing
