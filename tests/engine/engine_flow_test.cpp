@@ -138,7 +138,7 @@ TEST_F(CorrectionFlow, OnlyWhiteSpaceSelectedFallsBackToTheClipboard) {
   EXPECT_EQ(world.desk.keyboard.posted[0].keyCode, 8) << "the copy shortcut";
   EXPECT_EQ(world.desk.http.requestCount(kCorrect), 0u);
   EXPECT_EQ(card().state(), Card::State::error);
-  EXPECT_EQ(cardText(), "Sélectionne d'abord un texte");
+  EXPECT_EQ(cardText(), "! Sélectionne d'abord un texte");
   EXPECT_FALSE(engine().busy());
 }
 
@@ -186,7 +186,7 @@ TEST_F(CorrectionFlow, ATransportFailureShowsThePlatformsOwnWords) {
   world.desk.http.enqueue(kCorrect, SimAnswer::failure("The network connection was lost."));
   engine().run("fix");
   world.advance(1);
-  EXPECT_EQ(cardText(), "The network connection was lost.");
+  EXPECT_EQ(cardText(), "! The network connection was lost.");
   EXPECT_TRUE(world.desk.ui.openPanel()->ignoresMouseEvents);
   EXPECT_FALSE(engine().busy());
 
@@ -194,8 +194,8 @@ TEST_F(CorrectionFlow, ATransportFailureShowsThePlatformsOwnWords) {
   engine().run("fix");
   world.advance(14.9);
   EXPECT_TRUE(engine().busy()) << "busy until the request's own time-out";
-  world.advance(0.2);
-  EXPECT_EQ(cardText(), sim::SimHttp::kTimedOut);
+  world.advance(0.3);  // the time-out, then the card's glide to its new content
+  EXPECT_EQ(cardText(), std::string("! ") + sim::SimHttp::kTimedOut);
   EXPECT_FALSE(engine().busy());
 }
 
