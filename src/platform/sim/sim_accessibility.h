@@ -73,8 +73,8 @@ class SimAccessibility final : public Accessibility {
  public:
   bool trusted = true;
   int promptCount = 0;
-  // The focused element: `focusSource` when set (the desktop sets it to follow the front
-  // application), else `focused`.
+  // The focused element: `focused` when a story sets it, else what `focusSource` gives (the
+  // desktop makes it follow the front application).
   std::shared_ptr<SimElement> focused;
   std::function<std::shared_ptr<SimElement>()> focusSource;
   // Answer given for "AXFocusedUIElement" instead of the element (a value of the wrong type).
@@ -88,7 +88,10 @@ class SimAccessibility final : public Accessibility {
   // between two calls (an element that vanishes, a selection that moves).
   std::function<void(const std::string& call)> beforeCall;
 
-  std::shared_ptr<SimElement> focusedElement() const { return focusSource ? focusSource() : focused; }
+  std::shared_ptr<SimElement> focusedElement() const {
+    if (focused || !focusSource) return focused;
+    return focusSource();
+  }
   std::size_t callCount(const std::string& call) const;
 
   bool isProcessTrusted() override { return trusted; }
