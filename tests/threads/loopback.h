@@ -23,12 +23,11 @@ template <typename T>
 class Handover {
  public:
   void deliver(T value) {
-    {
-      std::lock_guard lock(mutex_);
-      value_ = std::move(value);
-      thread_ = std::this_thread::get_id();
-      ++deliveries_;
-    }
+    // Notifies under the lock: the waiter may destroy the handover as soon as it sees the value.
+    std::lock_guard lock(mutex_);
+    value_ = std::move(value);
+    thread_ = std::this_thread::get_id();
+    ++deliveries_;
     ready_.notify_all();
   }
   bool wait(std::chrono::milliseconds limit = std::chrono::seconds(10)) {
