@@ -13,7 +13,7 @@ XEventMonitor::XEventMonitor() {
   int firstEvent = 0, firstError = 0;
   if (!XQueryExtension(x_.display(), "XInputExtension", &opcode_, &firstEvent, &firstError))
     throw NoDisplayError("the X server has no XInput extension");
-  int major = 2, minor = 0;
+  int major = 2, minor = 2;
   if (XIQueryVersion(x_.display(), &major, &minor) != Success)
     throw NoDisplayError("the X server does not speak XInput 2");
 
@@ -25,6 +25,19 @@ XEventMonitor::XEventMonitor() {
   XIEventMask mask{XIAllMasterDevices, sizeof bits, bits};
   XISelectEvents(x_.display(), x_.root(), &mask, 1);
   XFlush(x_.display());
+
+  // Raw events carry no modifier state, and by the time one is handled the keys may be up again:
+  // the state is rebuilt from the key events themselves, starting from the keys down now.
+  if (XModifierKeymap* map = XGetModifierMapping(x_.display())) {
+    for (int index = 0; index < 8; ++index)
+      for (int k = 0; k < map->max_keypermod; ++k)
+        if (unsigned code = map->modifiermap[index * map->max_keypermod + k]) modifierOf_[code] |= 1u << index;
+    XFreeModifiermap(map);
+  }
+  char keys[32] = {};
+  XQueryKeymap(x_.display(), keys);
+  for (unsigned code = 8; code < 256; ++code)
+    if (keys[code / 8] & (1 << (code % 8))) keysDown_.insert(code);
   x_.watch([this](XEvent& event) { handle(event); });
 }
 
@@ -69,8 +82,14 @@ void XEventMonitor::handle(XEvent& xevent) {
       return;
   }
   if (type == XI_RawKeyPress || type == XI_RawKeyRelease) event.keyCode = macKeyCodeFor(detail).value_or(kUnknownKey);
+  unsigned mods = 0;
+  for (unsigned code : keysDown_)
+    if (auto it = modifierOf_.find(code); it != modifierOf_.end()) mods |= it->second;
+  // Caps Lock is a latched state, not a key held.
   XkbStateRec state{};
-  if (XkbGetState(x_.display(), XkbUseCoreKbd, &state) == Success) event.modifierFlags = macFlagsFromXState(state.mods);
+  if (XkbGetState(x_.display(), XkbUseCoreKbd, &state) == Success) mods |= state.locked_mods & LockMask;
+  mods &= ~static_cast<unsigned>(Mod2Mask);
+  event.modifierFlags = macFlagsFromXState(mods);
   deliver(event);
 }
 

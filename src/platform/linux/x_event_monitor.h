@@ -3,6 +3,7 @@
 // to the local monitors, the others to the global ones.
 #pragma once
 
+#include <map>
 #include <set>
 #include <vector>
 
@@ -32,6 +33,7 @@ class XEventMonitor final : public EventMonitor {
   XConnection x_;
   int opcode_ = 0;
   std::set<unsigned> keysDown_;
+  std::map<unsigned, unsigned> modifierOf_;  // key code → the modifier masks it sets
   std::vector<Monitor> global_, local_;
 };
 

@@ -16,9 +16,10 @@ namespace {
 struct ModifierKey {
   unsigned mask;
   std::uint16_t macKey;
+  std::uint16_t rightKey;
 };
 constexpr ModifierKey kModifierKeys[] = {
-    {ShiftMask, 56}, {ControlMask, 55}, {Mod1Mask, 58}, {Mod4Mask, 59}};
+    {ShiftMask, 56, 60}, {ControlMask, 55, 54}, {Mod1Mask, 58, 61}, {Mod4Mask, 59, 62}};
 
 unsigned heldModifiers(Display* display) {
   XkbStateRec state{};
@@ -62,6 +63,8 @@ bool XKeyboard::postKeyEvent(std::uint16_t keyCode, bool keyDown, std::uint64_t 
   // ones around it, then put the keyboard back as it was.
   std::vector<unsigned> pressed, lifted;
   for (const auto& modifierKey : kModifierKeys) {
+    // A modifier key posted by itself is its own modifier: nothing to hold around it.
+    if (xKeyCodeFor(modifierKey.macKey) == code || xKeyCodeFor(modifierKey.rightKey) == code) continue;
     if ((wanted & modifierKey.mask) && !(held & modifierKey.mask)) {
       if (auto modifierCode = xKeyCodeFor(modifierKey.macKey)) pressed.push_back(*modifierCode);
     } else if (!(wanted & modifierKey.mask) && (held & modifierKey.mask)) {
