@@ -56,6 +56,7 @@ int main(int argc, char** argv) {
     pool.emplace_back([&] {
       httplib::Client client(host, port);
       client.set_keep_alive(true);
+      client.set_tcp_nodelay(true);
       const httplib::Headers headers = {{"apikey", mirlo::config::kAnonKey}, {"Authorization", "Bearer " + token}};
       std::vector<double> mine;
       while (next.fetch_add(1) < requests) {

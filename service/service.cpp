@@ -246,6 +246,7 @@ void Service::routes() {
   s.set_read_timeout(10, 0);
   s.set_write_timeout(10, 0);
   s.set_keep_alive_max_count(1000);
+  s.set_tcp_nodelay(true);
 
   if (config_.accessLog) {
     // The path only: the query may carry addresses and the bodies carry passwords and tokens.
