@@ -1,0 +1,138 @@
+// A real mirlo-service on a loopback port with its own data directory and a clock the test moves.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <httplib.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <string>
+#include <thread>
+
+#include "base/json.h"
+#include "mirlo/config.h"
+#include "service/service.h"
+
+namespace mirlo::service::testing {
+
+struct Reply {
+  int status = 0;
+  Json body;  // null when the body was not JSON
+  std::string raw;
+  std::string location;
+};
+
+class ServiceTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    char tmpl[] = "/tmp/mirlo-service-test-XXXXXX";
+    ASSERT_NE(::mkdtemp(tmpl), nullptr);
+    root = tmpl;
+    start();
+  }
+  void TearDown() override {
+    stop();
+    std::error_code ec;
+    std::filesystem::remove_all(root, ec);
+  }
+
+  void start(const std::function<void(ServiceConfig&)>& tweak = {}) {
+    ServiceConfig c;
+    c.dataDir = root + "/data";
+    c.port = 0;
+    c.anonKey = config::kAnonKey;
+    c.announcedVersion = "9.8.7";
+    c.passwordCost = PasswordCost::minimum();
+    c.accessLog = false;
+    c.clock = [this] { return clock.load(); };
+    if (tweak) tweak(c);
+    std::string error;
+    service = Service::create(c, &error);
+    ASSERT_TRUE(service) << error;
+    port = service->bind();
+    ASSERT_GT(port, 0);
+    server = std::thread([this] { service->run(); });
+    ASSERT_TRUE(service->waitUntilReady(5000));
+    client = std::make_unique<httplib::Client>("127.0.0.1", port);
+    client->set_read_timeout(30, 0);
+  }
+  void stop() {
+    if (!service) return;
+    service->stop();
+    if (server.joinable()) server.join();
+    client.reset();
+    service.reset();
+  }
+  void restart(const std::function<void(ServiceConfig&)>& tweak = {}) {
+    stop();
+    start(tweak);
+  }
+
+  static Reply reply(const httplib::Result& r) {
+    Reply out;
+    if (!r) return out;
+    out.status = r->status;
+    out.raw = r->body;
+    out.body = parseJson(r->body).value_or(Json());
+    out.location = r->get_header_value("Location");
+    return out;
+  }
+
+  Reply post(const std::string& path, const std::string& body, const std::string& bearer = "",
+             const std::string& key = config::kAnonKey) {
+    httplib::Headers h;
+    if (!key.empty()) h.emplace("apikey", key);
+    if (!bearer.empty()) h.emplace("Authorization", "Bearer " + bearer);
+    return reply(client->Post(path, h, body, "application/json"));
+  }
+  Reply postJson(const std::string& path, const Json& body, const std::string& bearer = "") {
+    return post(path, dumpJson(body), bearer);
+  }
+  Reply get(const std::string& path, const std::string& bearer = "") {
+    httplib::Headers h{{"apikey", config::kAnonKey}};
+    if (!bearer.empty()) h.emplace("Authorization", "Bearer " + bearer);
+    return reply(client->Get(path, h));
+  }
+
+  Reply signUp(const std::string& email, const std::string& password = "motdepasse") {
+    return postJson("/auth/v1/signup", Json{{"email", email}, {"password", password}});
+  }
+  Reply signIn(const std::string& email, const std::string& password = "motdepasse") {
+    return postJson("/auth/v1/token?grant_type=password", Json{{"email", email}, {"password", password}});
+  }
+  Reply refresh(const std::string& token) {
+    return postJson("/auth/v1/token?grant_type=refresh_token", Json{{"refresh_token", token}});
+  }
+  // A new account's access token.
+  std::string accountToken(const std::string& email) {
+    auto r = signUp(email);
+    EXPECT_EQ(r.status, 200) << r.raw;
+    return r.body.value("access_token", "");
+  }
+  Reply correct(const std::string& token, const std::string& text, const std::string& mode = "fix") {
+    return postJson("/functions/v1/correct", Json{{"text", text}, {"mode", mode}, {"device_id", "appareil-1"}}, token);
+  }
+  Reply setPlan(const std::string& token, const std::string& plan) {
+    return postJson("/functions/v1/account/plan", Json{{"plan", plan}}, token);
+  }
+
+  std::string root;
+  std::atomic<std::int64_t> clock{1'800'000'000};  // 2027-01-15, mid-morning UTC
+  std::unique_ptr<Service> service;
+  std::thread server;
+  int port = 0;
+  std::unique_ptr<httplib::Client> client;
+};
+
+// The claims of a JWT, without checking anything.
+inline Json claimsOf(const std::string& jwt) {
+  const auto a = jwt.find('.'), b = jwt.rfind('.');
+  if (a == std::string::npos || a == b) return Json();
+  const auto payload = base64UrlDecode(jwt.substr(a + 1, b - a - 1));
+  return payload ? parseJson(*payload).value_or(Json()) : Json();
+}
+
+}  // namespace mirlo::service::testing
