@@ -16,5 +16,9 @@ eval "$(dbus-launch --sh-syntax)"
 export NO_AT_BRIDGE=1
 openbox >/dev/null 2>&1 &
 wm=$!
-sleep 0.5
+# Wait for the window manager to announce itself (up to 5 s).
+for _ in $(seq 100); do
+  xprop -root _NET_SUPPORTING_WM_CHECK 2>/dev/null | grep -q 'window id' && break
+  sleep 0.05
+done
 "$@"
