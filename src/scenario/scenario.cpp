@@ -877,7 +877,10 @@ void Runner::print(ScriptLine& line) {
   section("clipboard", [&] { printer_.clipboard(world); });
   section("card", [&] { printer_.card(world); });
   section("windows", [&] { printer_.windows(world); });
-  section("titles", [&] { printer_.titles(world); });
+  if (what == "titles") {
+    printer_.titles(world);
+    known = true;
+  }
   section("menu", [&] { printer_.menu(world); });
   section("keys", [&] { printer_.keys(world); });
   section("requests", [&] { printer_.requests(world); });
