@@ -68,6 +68,15 @@ void SimDesktop::pressKey(std::uint16_t keyCode, std::uint64_t flags) {
   events.deliver(InputEvent{InputEventType::keyUp, keyCode, flags, false}, false);
 }
 
+void SimDesktop::keyDown(std::uint16_t keyCode, std::uint64_t flags, bool isRepeat) {
+  events.deliver(InputEvent{InputEventType::keyDown, keyCode, flags, isRepeat}, false);
+  handleShortcut(keyCode, flags);
+}
+
+void SimDesktop::keyUp(std::uint16_t keyCode, std::uint64_t flags) {
+  events.deliver(InputEvent{InputEventType::keyUp, keyCode, flags, false}, false);
+}
+
 void SimDesktop::pressCommand(const std::string& letter) {
   if (auto code = keyboard.codeFor(letter)) pressKey(*code, modifier::command);
 }

@@ -60,6 +60,10 @@ class SimDesktop {
   void pressKey(std::uint16_t keyCode, std::uint64_t flags);
   // The user presses Command with the key that types `letter` on the current layout.
   void pressCommand(const std::string& letter);
+  // The two halves of a key press, for a key the user holds: the event monitors see each as a
+  // global event, and the front application takes a key down as a shortcut (repeats included).
+  void keyDown(std::uint16_t keyCode, std::uint64_t flags, bool isRepeat = false);
+  void keyUp(std::uint16_t keyCode, std::uint64_t flags);
 
   // Every key Mirlo synthesised so far that the front application took as this shortcut.
   int copiesSeen = 0;
