@@ -1,7 +1,7 @@
 #include "access/ax.h"
 
 #include <cmath>
-#include <stdexcept>
+#include <algorithm>
 
 #include "base/text.h"
 
@@ -66,6 +66,7 @@ std::optional<Rect> AX::boundsFor(const AXElementRef& element, std::int64_t loca
   if (!bounds) return std::nullopt;
   if (!std::isfinite(bounds->width) || !std::isfinite(bounds->height)) return std::nullopt;
   if (!(bounds->width > 0) && !(bounds->height > 0)) return std::nullopt;
+  // An infinite origin would place the card just as far away as an infinite size.
   if (!std::isfinite(bounds->x) || !std::isfinite(bounds->y)) return std::nullopt;
   // The accessibility interface measures from the top-left of the primary screen.
   auto screens = platform_.screens.screens();
@@ -75,10 +76,12 @@ std::optional<Rect> AX::boundsFor(const AXElementRef& element, std::int64_t loca
 
 std::optional<Rect> AX::selectionRect(const AXElementRef& element, AXRange range) {
   if (range.length > 1) {
+    // The range comes from another application: a location so large that its last character
+    // cannot be named is measured as a whole instead.
     std::int64_t last = 0;
-    if (__builtin_add_overflow(range.location, range.length - 1, &last))
-      throw std::overflow_error("selection range overflows");
-    if (auto rect = boundsFor(element, last, 1)) return rect;
+    if (!__builtin_add_overflow(range.location, range.length - 1, &last)) {
+      if (auto rect = boundsFor(element, last, 1)) return rect;
+    }
   }
   return boundsFor(element, range.location, std::max<std::int64_t>(range.length, 1));
 }

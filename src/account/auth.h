@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -65,7 +66,7 @@ class Auth {
   void persist();
   void decodeEmail();
   void storeTokensAndPersist(const std::string& access, const std::string& refresh);
-  void passwordRequest(const std::string& path, const std::string& email, const std::string& password,
+  void passwordRequest(const std::string& path, const std::map<std::string, std::string>& body,
                        std::function<void(std::optional<std::string>)> done);
 
   App& app_;

@@ -1,4 +1,5 @@
 // The operations of the session that talk to Supabase Auth.
+#include <cstdlib>
 #include <memory>
 
 #include "account/auth.h"
@@ -36,11 +37,18 @@ std::optional<std::pair<std::string, std::string>> tokenPair(const Json& object)
   return std::make_pair(access->get<std::string>(), refresh->get<std::string>());
 }
 
+// The addresses of sign-in and sign-up are built from the build's constants: one that does not
+// parse is a broken build, not something a user can cause or recover from.
+std::string checkedAddress(std::string address) {
+  if (!url::parse(address)) std::abort();
+  return address;
+}
+
 }  // namespace
 
 std::string Auth::signInURL() const {
-  return app_.config().supabaseUrl + "/auth/v1/authorize?provider=" + url::encodeQueryValue("google") +
-         "&redirect_to=" + url::encodeQueryValue("mirlo://auth");
+  return checkedAddress(app_.config().supabaseUrl + "/auth/v1/authorize?provider=" + url::encodeQueryValue("google") +
+                        "&redirect_to=" + url::encodeQueryValue("mirlo://auth"));
 }
 
 bool Auth::handleCallback(const std::string& address) {
@@ -94,23 +102,21 @@ void Auth::decodeEmail() {
 
 void Auth::signIn(const std::string& email, const std::string& password,
                   std::function<void(std::optional<std::string>)> done) {
-  passwordRequest("/auth/v1/token?grant_type=password", email, password, std::move(done));
+  passwordRequest("/auth/v1/token?grant_type=password", {{"email", email}, {"password", password}}, std::move(done));
 }
 
 void Auth::signUp(const std::string& email, const std::string& password,
                   std::function<void(std::optional<std::string>)> done) {
-  passwordRequest("/auth/v1/signup", email, password, std::move(done));
+  passwordRequest("/auth/v1/signup", {{"email", email}, {"password", password}}, std::move(done));
 }
 
-void Auth::passwordRequest(const std::string& path, const std::string& email, const std::string& password,
+void Auth::passwordRequest(const std::string& path, const std::map<std::string, std::string>& body,
                            std::function<void(std::optional<std::string>)> done) {
-  Json body = {{"email", email}, {"password", password}};
-  auto request = authRequest(app_, app_.config().supabaseUrl + path, body);
+  auto request = authRequest(app_, checkedAddress(app_.config().supabaseUrl + path), Json(body));
   MainQueue& main = app_.platform().mainQueue;
   app_.platform().http.send(std::move(request), [this, &main, done = std::move(done)](HttpResult result) mutable {
     main.post([this, result = std::move(result), done = std::move(done)] {
-      if (auto* failure = std::get_if<TransportError>(&result)) {
-        (void)failure;
+      if (std::holds_alternative<TransportError>(result)) {
         done("Connexion impossible, vérifie ton réseau");
         return;
       }
@@ -143,8 +149,12 @@ void Auth::refresh(std::function<void(bool)> done) {
     done(false);
     return;
   }
-  auto request = authRequest(app_, app_.config().supabaseUrl + "/auth/v1/token?grant_type=refresh_token",
-                             Json{{"refresh_token", current}});
+  const std::string address = app_.config().supabaseUrl + "/auth/v1/token?grant_type=refresh_token";
+  if (!url::parse(address)) {
+    done(false);
+    return;
+  }
+  auto request = authRequest(app_, address, Json{{"refresh_token", current}});
   MainQueue& main = app_.platform().mainQueue;
   app_.platform().http.send(std::move(request), [this, &main, done = std::move(done)](HttpResult result) {
     if (auto* response = std::get_if<HttpResponse>(&result)) {

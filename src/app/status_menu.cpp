@@ -5,6 +5,7 @@
 #include "account/prefs.h"
 #include "app/app.h"
 #include "app/app_delegate.h"
+#include "base/url.h"
 #include "platform/keyboard.h"
 #include "ui/onboarding/onboarding.h"
 #include "ui/settings/settings_window.h"
@@ -66,6 +67,7 @@ void AppDelegate::rebuildMenu() {
   menu.push_back(item("Quitter Mirlo", [&ui] { ui.terminate(); }, "q"));
 
   statusItem_->setMenu(std::move(menu));
+  // The bold initial is the icon; a bullet after it tells of an update.
   statusItem_->setTitle(updateVersion_ ? "M\u2022" : "M", Font{15, FontWeight::bold});
 }
 
@@ -74,14 +76,18 @@ void AppDelegate::togglePopup() {
   rebuildMenu();
 }
 
-void AppDelegate::openAccount() { app_.platform().workspace.openURL(app_.config().siteUrl + "/compte.html"); }
+void AppDelegate::openAccount() {
+  const std::string page = app_.config().siteUrl + "/compte.html";
+  if (!url::parse(page)) throw std::logic_error("the account page address does not parse");
+  app_.platform().workspace.openURL(page);
+}
 
 void AppDelegate::openOnboarding() { app_.onboarding().show(); }
 
 void AppDelegate::openSettings() {
   app_.settings().show();
+  app_.platform().ui.activateIgnoringOtherApps();
+  if (Window* window = app_.settings().window()) window->makeKeyAndOrderFront();
 }
-
-void AppDelegate::downloadUpdate() { app_.platform().workspace.openURL(app_.config().siteUrl + "/Mirlo.dmg"); }
 
 }  // namespace mirlo

@@ -1,13 +1,18 @@
 #include "base/version.h"
 
-#include <cctype>
+#include <string>
+
+#include "base/text.h"
 
 namespace mirlo {
 namespace {
-bool isDigit(char c) { return c >= '0' && c <= '9'; }
+bool isDigit(char16_t c) { return c >= u'0' && c <= u'9'; }
 }  // namespace
 
-int compareVersions(std::string_view a, std::string_view b) {
+int compareVersions(std::string_view utf8a, std::string_view utf8b) {
+  // The platform compares UTF-16 code units; so do we, so that characters outside the basic
+  // plane order the same way.
+  const std::u16string a = text::toUtf16(utf8a), b = text::toUtf16(utf8b);
   std::size_t i = 0, j = 0;
   while (i < a.size() && j < b.size()) {
     if (isDigit(a[i]) && isDigit(b[j])) {
@@ -17,8 +22,8 @@ int compareVersions(std::string_view a, std::string_view b) {
       while (ei < a.size() && isDigit(a[ei])) ++ei;
       while (ej < b.size() && isDigit(b[ej])) ++ej;
       std::size_t si = i, sj = j;
-      while (si + 1 < ei && a[si] == '0') ++si;
-      while (sj + 1 < ej && b[sj] == '0') ++sj;
+      while (si + 1 < ei && a[si] == u'0') ++si;
+      while (sj + 1 < ej && b[sj] == u'0') ++sj;
       if (ei - si != ej - sj) return ei - si < ej - sj ? -1 : 1;
       for (; si < ei; ++si, ++sj)
         if (a[si] != b[sj]) return a[si] < b[sj] ? -1 : 1;
@@ -26,8 +31,7 @@ int compareVersions(std::string_view a, std::string_view b) {
       j = ej;
       continue;
     }
-    auto ca = static_cast<unsigned char>(a[i]), cb = static_cast<unsigned char>(b[j]);
-    if (ca != cb) return ca < cb ? -1 : 1;
+    if (a[i] != b[j]) return a[i] < b[j] ? -1 : 1;
     ++i;
     ++j;
   }

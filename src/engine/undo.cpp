@@ -35,10 +35,8 @@ void Engine::restore(const UndoInfo& info) {
   }
   auto selection = ax.selection();
   if (!selection || text::trimWhitespace(selection->text).empty()) return;
-  std::optional<Rect> anchor;
-  const auto& range = selection->range;
-  if (range.length > 1) anchor = ax.boundsFor(selection->element, range.location + range.length - 1, 1);
-  if (!anchor) anchor = ax.boundsFor(selection->element, range.location, std::max<std::int64_t>(range.length, 1));
+  // Offer the buttons again on what is selected now, so the user can try the other mode.
+  auto anchor = ax.selectionRect(selection->element, selection->range);
   app_.card().showButtons(anchor);
 }
 

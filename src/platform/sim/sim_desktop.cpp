@@ -4,8 +4,17 @@
 
 namespace mirlo::sim {
 
+namespace {
+constexpr std::uint64_t kModifierMask =
+    modifier::shift | modifier::control | modifier::option | modifier::command;
+}  // namespace
+
 SimDesktop::SimDesktop() {
   keyboard.onPost = [this](const PostedKey& key) { onSynthesisedKey(key); };
+  accessibility.focusSource = [this]() -> std::shared_ptr<SimElement> {
+    SimApp* front = frontApp();
+    return front && front->exposesAccessibility ? front->element : nullptr;
+  };
 }
 
 Platform SimDesktop::platform() {
@@ -32,31 +41,55 @@ SimApp* SimDesktop::app(std::int32_t pid) {
 
 SimApp* SimDesktop::frontApp() { return workspace.frontPid ? app(*workspace.frontPid) : nullptr; }
 
-void SimDesktop::activate(std::int32_t pid) {
-  workspace.activate(pid);
-  refreshFocus();
+SimElement* SimDesktop::frontElement() {
+  SimApp* front = frontApp();
+  return front ? front->element.get() : nullptr;
 }
 
-void SimDesktop::refreshFocus() {
-  SimApp* front = frontApp();
-  accessibility.focused = front && front->exposesAccessibility ? front->element : nullptr;
-}
+void SimDesktop::activate(std::int32_t pid) { workspace.activate(pid); }
 
 void SimDesktop::select(std::int64_t location, std::int64_t length) {
-  if (SimApp* front = frontApp()) front->element->selection = {location, length};
+  if (SimElement* element = frontElement()) element->selection = {location, length};
+}
+
+bool SimDesktop::select(const std::string& needle) {
+  SimElement* element = frontElement();
+  return element && element->selectText(needle);
 }
 
 std::string SimDesktop::frontText() {
-  SimApp* front = frontApp();
-  return front ? front->element->text : std::string();
+  SimElement* element = frontElement();
+  return element ? element->text : std::string();
+}
+
+void SimDesktop::pressKey(std::uint16_t keyCode, std::uint64_t flags) {
+  events.deliver(InputEvent{InputEventType::keyDown, keyCode, flags, false}, false);
+  handleShortcut(keyCode, flags);
+  events.deliver(InputEvent{InputEventType::keyUp, keyCode, flags, false}, false);
+}
+
+void SimDesktop::pressCommand(const std::string& letter) {
+  if (auto code = keyboard.codeFor(letter)) pressKey(*code, modifier::command);
 }
 
 void SimDesktop::onSynthesisedKey(const PostedKey& key) {
-  refreshFocus();
+  if (!key.down) return;
+  // A synthesised key reaches the application merged with the modifiers the user still holds.
+  const auto flags = key.flags | keyboard.currentModifierFlags();
   SimApp* front = frontApp();
-  if (!front || !key.down || !(key.flags & modifier::command)) return;
+  if (!front || (flags & kModifierMask) != modifier::command) return;
+  const auto typed = keyboard.translate(key.keyCode).value_or("");
+  if (typed == "c" && front->behaviour.honoursCopy) ++copiesSeen;
+  if (typed == "v" && front->behaviour.honoursPaste) ++pastesSeen;
+  if (typed == "z" && front->behaviour.undoes) ++undosSeen;
+  handleShortcut(key.keyCode, flags);
+}
+
+void SimDesktop::handleShortcut(std::uint16_t keyCode, std::uint64_t flags) {
+  SimApp* front = frontApp();
+  if (!front || (flags & kModifierMask) != modifier::command) return;
   // Applications read shortcuts by the letter the key types on the current layout.
-  auto typed = keyboard.translate(key.keyCode).value_or("");
+  const auto typed = keyboard.translate(keyCode).value_or("");
   auto& element = *front->element;
   if (typed == "c" && front->behaviour.honoursCopy) {
     auto selected = element.selectedText();
@@ -65,16 +98,9 @@ void SimDesktop::onSynthesisedKey(const PostedKey& key) {
       clipboard.putText(selected);
     }
   } else if (typed == "v" && front->behaviour.honoursPaste) {
-    if (auto pasted = clipboard.readText()) {
-      front->textBeforeLastEdit = element.text;
-      element.replaceSelection(*pasted);
-    }
+    if (auto pasted = clipboard.readText()) element.replaceSelection(*pasted);
   } else if (typed == "z" && front->behaviour.undoes) {
-    if (front->textBeforeLastEdit) {
-      element.text = *front->textBeforeLastEdit;
-      element.selection = {0, 0};
-      front->textBeforeLastEdit.reset();
-    }
+    element.undo();
   }
 }
 

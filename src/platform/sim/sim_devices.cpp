@@ -6,23 +6,52 @@ namespace mirlo::sim {
 
 namespace {
 
-// What each virtual key types without modifiers, by layout (Apple's US and French layouts).
-const std::map<std::uint16_t, std::string>& keysOf(Layout layout) {
-  static const std::map<std::uint16_t, std::string> us = {
+// What each virtual key types without modifiers on Apple's US and French (AZERTY) layouts, as the
+// layout translation shows it for display. Key 10 is the key left of 1 on ISO keyboards and key 50
+// the key left of Z.
+using KeyTable = std::map<std::uint16_t, std::string>;
+
+// Keys that type the same on both layouts: Return, Tab, Space, Delete, Escape, the keypad's
+// operators and digits, and the navigation keys with their control characters.
+void addCommonKeys(KeyTable& keys) {
+  const KeyTable common = {
+      {36, "\r"},   {48, "\t"},   {49, " "},     {51, "\x08"}, {53, "\x1b"}, {67, "*"},     {69, "+"},
+      {71, "\x1b"}, {75, "/"},     {76, "\x03"}, {78, "-"},     {81, "="},     {82, "0"},     {83, "1"},
+      {84, "2"},     {85, "3"},     {86, "4"},     {87, "5"},     {88, "6"},     {89, "7"},     {91, "8"},
+      {92, "9"},     {114, "\x05"}, {115, "\x01"}, {116, "\x0b"}, {117, "\x7f"}, {119, "\x04"},
+      {121, "\x0c"}, {123, "\x1c"}, {124, "\x1d"}, {125, "\x1f"}, {126, "\x1e"}};
+  keys.insert(common.begin(), common.end());
+}
+
+KeyTable makeUs() {
+  KeyTable keys = {
       {0, "a"},  {1, "s"},  {2, "d"},  {3, "f"},  {4, "h"},  {5, "g"},  {6, "z"},  {7, "x"},  {8, "c"},
       {9, "v"},  {10, "§"}, {11, "b"}, {12, "q"}, {13, "w"}, {14, "e"}, {15, "r"}, {16, "y"}, {17, "t"},
       {18, "1"}, {19, "2"}, {20, "3"}, {21, "4"}, {22, "6"}, {23, "5"}, {24, "="}, {25, "9"}, {26, "7"},
       {27, "-"}, {28, "8"}, {29, "0"}, {30, "]"}, {31, "o"}, {32, "u"}, {33, "["}, {34, "i"}, {35, "p"},
-      {36, "\r"}, {37, "l"}, {38, "j"}, {39, "'"}, {40, "k"}, {41, ";"}, {42, "\\"}, {43, ","}, {44, "/"},
-      {45, "n"}, {46, "m"}, {47, "."}, {48, "\t"}, {49, " "}, {50, "`"}, {53, "\x1b"}};
-  static const std::map<std::uint16_t, std::string> french = {
+      {37, "l"}, {38, "j"}, {39, "'"}, {40, "k"}, {41, ";"}, {42, "\\"}, {43, ","}, {44, "/"},
+      {45, "n"}, {46, "m"}, {47, "."}, {50, "`"}, {65, "."}};
+  addCommonKeys(keys);
+  return keys;
+}
+
+KeyTable makeFrench() {
+  // The circumflex (33) and grave (42) keys are dead keys; for display they show their accent.
+  KeyTable keys = {
       {0, "q"},  {1, "s"},  {2, "d"},  {3, "f"},  {4, "h"},  {5, "g"},  {6, "w"},  {7, "x"},  {8, "c"},
       {9, "v"},  {10, "@"}, {11, "b"}, {12, "a"}, {13, "z"}, {14, "e"}, {15, "r"}, {16, "y"}, {17, "t"},
       {18, "&"}, {19, "é"}, {20, "\""}, {21, "'"}, {22, "§"}, {23, "("}, {24, "-"}, {25, "ç"}, {26, "è"},
       {27, ")"}, {28, "!"}, {29, "à"}, {30, "$"}, {31, "o"}, {32, "u"}, {33, "^"}, {34, "i"}, {35, "p"},
-      {36, "\r"}, {37, "l"}, {38, "j"}, {39, "ù"}, {40, "k"}, {41, "m"}, {42, "`"}, {43, ";"}, {44, "="},
-      {45, "n"}, {46, ","}, {47, ":"}, {48, "\t"}, {49, " "}, {50, "<"}, {53, "\x1b"}};
-  static const std::map<std::uint16_t, std::string> none;
+      {37, "l"}, {38, "j"}, {39, "ù"}, {40, "k"}, {41, "m"}, {42, "`"}, {43, ";"}, {44, "="},
+      {45, "n"}, {46, ","}, {47, ":"}, {50, "<"}, {65, ","}};
+  addCommonKeys(keys);
+  return keys;
+}
+
+const KeyTable& keysOf(Layout layout) {
+  static const KeyTable us = makeUs();
+  static const KeyTable french = makeFrench();
+  static const KeyTable none;
   switch (layout) {
     case Layout::us: return us;
     case Layout::frenchAzerty: return french;

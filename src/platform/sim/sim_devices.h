@@ -65,14 +65,24 @@ class SimKeyboard final : public Keyboard {
 class SimClipboard final : public Clipboard {
  public:
   std::optional<std::string> text;
-  bool holdsOtherContent = false;  // an image, say: not text, lost when the clipboard is cleared
+  bool holdsImage = false;  // content that is not text: lost when the clipboard is cleared
 
   std::optional<std::string> readText() override { return text; }
   void clear() override {
     text.reset();
-    holdsOtherContent = false;
+    holdsImage = false;
+    ++clears;
   }
   void putText(const std::string& value) override { text = value; }
+
+  // The user copies an image: the clipboard holds it alone.
+  void putImage() {
+    text.reset();
+    holdsImage = true;
+  }
+  bool empty() const { return !text && !holdsImage; }
+
+  int clears = 0;
 };
 
 class SimEventMonitor final : public EventMonitor {

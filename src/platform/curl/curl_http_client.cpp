@@ -1,0 +1,258 @@
+#include "platform/curl/curl_http_client.h"
+
+#include <curl/curl.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cmath>
+#include <condition_variable>
+#include <cstring>
+#include <map>
+#include <mutex>
+#include <strings.h>
+#include <thread>
+#include <vector>
+
+namespace mirlo {
+
+namespace {
+
+// curl's process-wide set-up; it is never undone, the process ends with it.
+void initialiseCurlOnce() {
+  static std::once_flag once;
+  std::call_once(once, [] { curl_global_init(CURL_GLOBAL_DEFAULT); });
+}
+
+bool hasHeader(const HttpRequest& request, const char* name) {
+  return std::any_of(request.headers.begin(), request.headers.end(),
+                     [name](const auto& header) { return strcasecmp(header.first.c_str(), name) == 0; });
+}
+
+struct Transfer {
+  HttpRequest request;
+  std::function<void(HttpResult)> done;
+  CURL* easy = nullptr;
+  curl_slist* headers = nullptr;
+  CURLcode setupError = CURLE_OK;
+  std::size_t limit = 0;
+  bool tooLarge = false;
+  std::string received;
+  char errorBuffer[CURL_ERROR_SIZE] = {};
+
+  ~Transfer() {
+    if (easy) curl_easy_cleanup(easy);
+    if (headers) curl_slist_free_all(headers);
+  }
+
+  static std::size_t write(char* data, std::size_t size, std::size_t count, void* self) {
+    auto* transfer = static_cast<Transfer*>(self);
+    const std::size_t bytes = size * count;
+    if (transfer->received.size() + bytes > transfer->limit) {
+      transfer->tooLarge = true;
+      return 0;  // anything short of `bytes` makes curl abandon the transfer
+    }
+    transfer->received.append(data, bytes);
+    return bytes;
+  }
+
+  void addHeader(const std::string& line) {
+    if (setupError != CURLE_OK) return;
+    curl_slist* grown = curl_slist_append(headers, line.c_str());
+    if (!grown) {
+      setupError = CURLE_OUT_OF_MEMORY;
+      return;
+    }
+    headers = grown;
+  }
+
+  // Prepares the easy handle; a failure is kept and reported by the worker like any other.
+  void configure(const CurlHttpClient::Options& options) {
+    limit = options.maxBodyBytes;
+    easy = curl_easy_init();
+    if (!easy) {
+      setupError = CURLE_FAILED_INIT;
+      return;
+    }
+    for (const auto& [name, value] : request.headers)
+      addHeader(value.empty() ? name + ";" : name + ": " + value);  // "Name;" sends an empty value
+    // curl adds a few headers of its own; only the ones HTTP needs (Host, Content-Length) stay.
+    if (!hasHeader(request, "Expect")) addHeader("Expect:");
+    if (!hasHeader(request, "Accept")) addHeader("Accept:");
+    if ((request.body || request.method == "POST") && !hasHeader(request, "Content-Type")) addHeader("Content-Type:");
+
+    auto set = [this](CURLoption option, auto value) {
+      if (setupError == CURLE_OK) setupError = curl_easy_setopt(easy, option, value);
+    };
+    set(CURLOPT_URL, request.url.c_str());
+    set(CURLOPT_PRIVATE, static_cast<void*>(this));
+    set(CURLOPT_ERRORBUFFER, errorBuffer);
+    set(CURLOPT_NOSIGNAL, 1L);
+    set(CURLOPT_PROTOCOLS_STR, "http,https");
+    set(CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
+    set(CURLOPT_FOLLOWLOCATION, 1L);
+    set(CURLOPT_MAXREDIRS, options.maxRedirects);
+    set(CURLOPT_SSL_VERIFYPEER, 1L);
+    set(CURLOPT_SSL_VERIFYHOST, 2L);
+    set(CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(limit));
+    set(CURLOPT_WRITEFUNCTION, &Transfer::write);
+    set(CURLOPT_WRITEDATA, static_cast<void*>(this));
+    if (request.timeoutSeconds > 0)
+      set(CURLOPT_TIMEOUT_MS, std::max(1L, std::lround(request.timeoutSeconds * 1000)));
+
+    if (request.body) {
+      set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(request.body->size()));
+      set(CURLOPT_POSTFIELDS, request.body->c_str());
+      if (request.method != "POST") set(CURLOPT_CUSTOMREQUEST, request.method.c_str());
+    } else if (request.method == "GET") {
+      set(CURLOPT_HTTPGET, 1L);
+    } else if (request.method == "HEAD") {
+      set(CURLOPT_NOBODY, 1L);
+    } else if (request.method == "POST") {
+      set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(0));
+      set(CURLOPT_POSTFIELDS, "");
+    } else {
+      set(CURLOPT_CUSTOMREQUEST, request.method.c_str());
+    }
+    set(CURLOPT_HTTPHEADER, headers);
+  }
+
+  HttpResult result(CURLcode code) {
+    if (code == CURLE_OK) {
+      long status = 0;
+      curl_easy_getinfo(easy, CURLINFO_RESPONSE_CODE, &status);
+      return HttpResponse{status, std::move(received)};
+    }
+    if (tooLarge) {
+      code = CURLE_FILESIZE_EXCEEDED;
+      errorBuffer[0] = '\0';
+    }
+    std::string description = curl_easy_strerror(code);
+    std::string detail = errorBuffer;
+    while (!detail.empty() && (detail.back() == '\n' || detail.back() == '\r')) detail.pop_back();
+    if (!detail.empty() && detail != description) description += ": " + detail;
+    return TransportError{std::move(description)};
+  }
+};
+
+}  // namespace
+
+struct CurlHttpClient::Worker {
+  explicit Worker(Options opts) : options(opts) {
+    multi = curl_multi_init();
+    thread = std::thread([this] { run(); });
+  }
+
+  ~Worker() {
+    {
+      // Waits for a completion that is running; none starts afterwards.
+      std::lock_guard completing(completionMutex);
+      stopping = true;
+    }
+    wake();
+    thread.join();
+    for (auto& [easy, transfer] : active) curl_multi_remove_handle(multi, easy);
+    active.clear();
+    incoming.clear();
+    if (multi) curl_multi_cleanup(multi);
+  }
+
+  void enqueue(std::unique_ptr<Transfer> transfer) {
+    {
+      std::lock_guard lock(mutex);
+      incoming.push_back(std::move(transfer));
+    }
+    wake();
+  }
+
+  void wake() {
+    if (multi) {
+      curl_multi_wakeup(multi);
+    } else {
+      std::lock_guard lock(mutex);
+      woken.notify_all();
+    }
+  }
+
+  void finish(std::unique_ptr<Transfer> transfer, HttpResult result) {
+    auto done = std::move(transfer->done);
+    transfer.reset();
+    std::lock_guard completing(completionMutex);
+    if (stopping) return;
+    done(std::move(result));
+  }
+
+  void run() {
+    while (!stopping) {
+      std::vector<std::unique_ptr<Transfer>> fresh;
+      {
+        std::lock_guard lock(mutex);
+        fresh.swap(incoming);
+      }
+      for (auto& transfer : fresh) {
+        CURLcode failure = transfer->setupError;
+        if (failure == CURLE_OK && !multi) failure = CURLE_FAILED_INIT;
+        if (failure == CURLE_OK && curl_multi_add_handle(multi, transfer->easy) != CURLM_OK)
+          failure = CURLE_FAILED_INIT;
+        if (failure != CURLE_OK) {
+          auto result = transfer->result(failure);
+          finish(std::move(transfer), std::move(result));
+          continue;
+        }
+        CURL* easy = transfer->easy;
+        active.emplace(easy, std::move(transfer));
+      }
+      if (!multi) {
+        // Without a multi handle every transfer fails at once; wait for the next one.
+        std::unique_lock lock(mutex);
+        woken.wait(lock, [this] { return stopping || !incoming.empty(); });
+        continue;
+      }
+
+      int running = 0;
+      curl_multi_perform(multi, &running);
+      int queued = 0;
+      while (CURLMsg* message = curl_multi_info_read(multi, &queued)) {
+        if (message->msg != CURLMSG_DONE) continue;
+        CURL* easy = message->easy_handle;
+        const CURLcode code = message->data.result;
+        curl_multi_remove_handle(multi, easy);
+        auto found = active.find(easy);
+        if (found == active.end()) continue;
+        auto transfer = std::move(found->second);
+        active.erase(found);
+        auto result = transfer->result(code);
+        finish(std::move(transfer), std::move(result));
+      }
+      curl_multi_poll(multi, nullptr, 0, 1000, nullptr);
+    }
+  }
+
+  const Options options;
+  CURLM* multi = nullptr;
+  std::atomic<bool> stopping{false};
+  std::mutex mutex;
+  std::vector<std::unique_ptr<Transfer>> incoming;  // guarded by `mutex`
+  std::condition_variable woken;
+  std::mutex completionMutex;
+  std::map<CURL*, std::unique_ptr<Transfer>> active;  // the worker thread's own
+  std::thread thread;
+};
+
+CurlHttpClient::CurlHttpClient() : CurlHttpClient(Options{}) {}
+
+CurlHttpClient::CurlHttpClient(Options options) {
+  initialiseCurlOnce();
+  worker_ = std::make_unique<Worker>(options);
+}
+
+CurlHttpClient::~CurlHttpClient() = default;
+
+void CurlHttpClient::send(HttpRequest request, std::function<void(HttpResult)> done) {
+  auto transfer = std::make_unique<Transfer>();
+  transfer->request = std::move(request);
+  transfer->done = std::move(done);
+  transfer->configure(worker_->options);
+  worker_->enqueue(std::move(transfer));
+}
+
+}  // namespace mirlo

@@ -1,0 +1,41 @@
+// The secret store used when no Secret Service answers: one file, readable by its owner only
+// (mode 0600, in a 0700 directory), holding a JSON object of service → base64 of the bytes. It is
+// NOT encrypted: anyone who can read the user's files can read the session. The command line says
+// so when it falls back to it.
+//
+// Statuses follow the keychain's numbers, so that callers need not care which store they have.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <mutex>
+#include <string>
+
+#include "platform/secret_store.h"
+
+namespace mirlo::host {
+
+class FileSecretStore final : public SecretStore {
+ public:
+  static constexpr std::int32_t kNotFound = -25300;
+  static constexpr std::int32_t kDuplicate = -25299;
+  static constexpr std::int32_t kIoError = -36;
+
+  // "secrets.json" in the user's data directory.
+  static std::filesystem::path standardPath();
+
+  explicit FileSecretStore(std::filesystem::path path);
+
+  std::int32_t deleteItems(const std::string& service) override;
+  std::int32_t addItem(const std::string& service, const std::string& bytes) override;
+  std::int32_t copyItem(const std::string& service, std::string& out) override;
+
+  const std::filesystem::path& path() const { return path_; }
+
+ private:
+  const std::filesystem::path path_;
+  // The session is persisted from the network thread after a refresh.
+  std::mutex mutex_;
+};
+
+}  // namespace mirlo::host

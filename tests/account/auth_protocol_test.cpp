@@ -1,0 +1,324 @@
+// Signing in with Supabase Auth: the browser address and its callback, e-mail and password, the
+// refresh of an expired session, and reading the e-mail from the access token.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "base/base64.h"
+#include "base/json.h"
+#include "support/sim_app.h"
+
+namespace mirlo {
+namespace {
+
+using sim::SimAnswer;
+using testing::accessTokenFor;
+using testing::SimWorld;
+
+constexpr const char* kService = "io.mirlo.app.session";
+constexpr const char* kPasswordPath = "/auth/v1/token?grant_type=password";
+constexpr const char* kSignupPath = "/auth/v1/signup";
+constexpr const char* kRefreshPath = "/auth/v1/token?grant_type=refresh_token";
+
+long changes(SimWorld& w) {
+  const auto& posted = w.app->notifications().posted();
+  return std::count(posted.begin(), posted.end(), std::string(Auth::changed));
+}
+
+std::string base64url(const std::string& bytes) {
+  std::string s = encodeBase64(bytes);
+  std::replace(s.begin(), s.end(), '+', '-');
+  std::replace(s.begin(), s.end(), '/', '_');
+  while (!s.empty() && s.back() == '=') s.pop_back();
+  return s;
+}
+
+std::string tokenWithPayload(const std::string& payload) { return "eyJhbGciOiJIUzI1NiJ9." + payload + ".sig"; }
+
+std::string tokenAnswer(const std::string& access, const std::string& refresh) {
+  return dumpJson(Json{{"access_token", access}, {"refresh_token", refresh}, {"token_type", "bearer"},
+                       {"expires_in", 3600}, {"user", {{"id", "u-1"}}}});
+}
+
+// --- The browser sign-in.
+
+TEST(SignInAddress, AsksGoogleAndComesBackThroughTheUrlScheme) {
+  SimWorld w;
+  EXPECT_EQ(w.app->auth().signInURL(),
+            "https://project.supabase.test/auth/v1/authorize?provider=google&redirect_to=mirlo://auth");
+}
+
+TEST(Callback, AFragmentWithBothTokensSignsIn) {
+  SimWorld w;
+  const std::string access = accessTokenFor("Zoe@Example.fr");
+  EXPECT_TRUE(w.app->auth().handleCallback("mirlo://auth#access_token=" + access +
+                                           "&expires_in=3600&refresh_token=r%2E1&token_type=bearer"));
+  Auth& auth = w.app->auth();
+  EXPECT_TRUE(auth.isSignedIn());
+  EXPECT_EQ(auth.accessToken(), access);
+  EXPECT_EQ(auth.refreshToken(), "r.1") << "values are percent-decoded";
+  EXPECT_EQ(auth.email(), "zoe@example.fr");
+  EXPECT_EQ(changes(w), 1);
+  EXPECT_EQ(*parseJson(w.desk.secrets.items.at(kService)), (Json{{"access", access}, {"refresh", "r.1"}}));
+}
+
+TEST(Callback, RefusedCallbacksChangeNothing) {
+  const std::string access = accessTokenFor("a@b.fr");
+  const std::string refused[] = {
+      "mirlo://auth?access_token=" + access + "&refresh_token=r",  // query, not fragment
+      "mirlo://auth",
+      "mirlo://auth#",
+      "mirlo://auth#access_token=" + access,
+      "mirlo://auth#refresh_token=r",
+      "mirlo://auth#error=access_denied&error_description=denied",
+      "mirlo://auth#access_token=" + access + "&refresh_token=r=x",  // "=" in the value: piece skipped
+      "mirlo://auth#access_token=" + access + "&refresh_token",
+      "mirlo://auth#access_token=" + access + "&refresh token=r",    // not a URL
+      "mirlo://auth#access_token=" + access + "&refresh_token=r#2",  // a second "#"
+      "not a url at all",
+      "",
+      "mirlo://auth#ACCESS_TOKEN=" + access + "&REFRESH_TOKEN=r",     // keys are exact
+  };
+  for (const auto& address : refused) {
+    SimWorld w;
+    EXPECT_FALSE(w.app->auth().handleCallback(address)) << address;
+    EXPECT_FALSE(w.app->auth().isSignedIn()) << address;
+    EXPECT_TRUE(w.desk.secrets.items.empty()) << address;
+    EXPECT_EQ(changes(w), 0) << address;
+  }
+}
+
+TEST(Callback, RefusedCallbackKeepsTheCurrentSession) {
+  SimWorld w;
+  w.signIn("lea@example.fr", "refresh-1");
+  EXPECT_FALSE(w.app->auth().handleCallback("mirlo://auth#access_token=x"));
+  EXPECT_EQ(w.app->auth().refreshToken(), "refresh-1");
+  EXPECT_EQ(w.app->auth().email(), "lea@example.fr");
+}
+
+TEST(Callback, PiecesAreTakenAsGiven) {
+  SimWorld w;
+  // Empty pieces are skipped; the later of two duplicates wins, unless it is itself skipped;
+  // a malformed escape keeps the raw value.
+  EXPECT_TRUE(w.app->auth().handleCallback(
+      "mirlo://auth#&&access_token=old&refresh_token=first&access_token=new&refresh_token=a=b&&"));
+  EXPECT_EQ(w.app->auth().accessToken(), "new");
+  EXPECT_EQ(w.app->auth().refreshToken(), "first");
+
+  SimWorld raw;
+  EXPECT_TRUE(raw.app->auth().handleCallback("mirlo://auth#access_token=a&refresh_token=100%25%FF"));
+  EXPECT_EQ(raw.app->auth().refreshToken(), "100%25%FF") << "an escape that does not decode to text is kept raw";
+}
+
+// --- The e-mail in the access token.
+
+TEST(DecodeEmail, PaddingIsAddedToAMultipleOfFour) {
+  // The same claim, padded with spaces inside the JSON so that its base64url form has each length.
+  for (int spaces = 0; spaces < 3; ++spaces) {
+    const std::string payload = "{" + std::string(spaces, ' ') + R"("email":"Ana@Exemple.FR"})";
+    const std::string encoded = base64url(payload);
+    SimWorld w;
+    w.app->auth().setTokens(tokenWithPayload(encoded), "r");
+    EXPECT_EQ(w.app->auth().email(), "ana@exemple.fr") << "length " << encoded.size() << " mod 4 = " << encoded.size() % 4;
+  }
+}
+
+TEST(DecodeEmail, UnreadablePayloadsKeepThePreviousEmail) {
+  const std::string good = base64url(R"({"email":"x@y.fr"})");
+  ASSERT_EQ(good.size() % 4, 0u);
+  const std::string unreadable[] = {
+      tokenWithPayload(good + "A"),                   // 4n+1 characters: cannot be base64
+      tokenWithPayload(good.substr(0, 8) + "*" + good.substr(9)),  // outside the alphabet
+      tokenWithPayload(base64url("not json")),
+      tokenWithPayload(base64url(R"(["email","x@y.fr"])")),  // JSON, not an object
+      "no-dots-at-all",
+      "",
+  };
+  for (const auto& token : unreadable) {
+    SimWorld w;
+    w.signIn("before@example.fr");
+    w.app->auth().setTokens(token, "r");
+    EXPECT_EQ(w.app->auth().email(), "before@example.fr") << token;
+  }
+}
+
+TEST(DecodeEmail, ClaimsAreReadWithBothAlphabetsAndLowerCased) {
+  SimWorld w;
+  Auth& auth = w.app->auth();
+  // base64url characters are mapped back to the standard alphabet ("?>" encodes to "Pz4").
+  const std::string mixed = base64url(R"({"email":"ÉLODIE@EXEMPLE.FR","n":"??>>"})");
+  ASSERT_NE(mixed.find('-'), std::string::npos);
+  ASSERT_NE(mixed.find('_'), std::string::npos);
+  auth.setTokens(tokenWithPayload(mixed), "r");
+  EXPECT_EQ(auth.email(), "élodie@exemple.fr");
+  // A claim that is missing or not a string empties the e-mail.
+  auth.setTokens(tokenWithPayload(base64url(R"({"sub":"u-1"})")), "r");
+  EXPECT_EQ(auth.email(), "");
+  w.signIn("x@y.fr");
+  auth.setTokens(tokenWithPayload(base64url(R"({"email":42})")), "r");
+  EXPECT_EQ(auth.email(), "");
+  // Only the second part is read, even with more than three.
+  auth.setTokens("a." + base64url(R"({"email":"Two@Parts.fr"})"), "r");
+  EXPECT_EQ(auth.email(), "two@parts.fr");
+}
+
+// --- E-mail and password.
+
+struct PasswordOutcome {
+  bool called = false;
+  std::optional<std::string> message;
+};
+
+TEST(PasswordSignIn, SendsTheCredentialsAsTheyAreAndSignsInOnATokenPair) {
+  SimWorld w;
+  const std::string access = accessTokenFor("Marc@Exemple.fr");
+  w.desk.http.enqueue(kPasswordPath, SimAnswer::json(200, tokenAnswer(access, "r-new")));
+  PasswordOutcome outcome;
+  const std::string password = "  mot de passe à l'été ✓ ";
+  w.app->auth().signIn(" Marc@Exemple.fr", password, [&](std::optional<std::string> message) {
+    outcome = {true, std::move(message)};
+  });
+  EXPECT_FALSE(outcome.called) << "the answer comes later, on the main queue";
+  w.advance();
+  ASSERT_TRUE(outcome.called);
+  EXPECT_EQ(outcome.message, std::nullopt);
+  EXPECT_TRUE(w.app->auth().isSignedIn());
+  EXPECT_EQ(w.app->auth().email(), "marc@exemple.fr");
+  EXPECT_EQ(changes(w), 1);
+
+  auto requests = w.desk.http.requests();
+  ASSERT_EQ(requests.size(), 1u);
+  const HttpRequest& r = requests[0];
+  EXPECT_EQ(r.method, "POST");
+  EXPECT_EQ(r.url, std::string("https://project.supabase.test") + kPasswordPath);
+  EXPECT_EQ(r.timeoutSeconds, 15);
+  using Headers = std::vector<std::pair<std::string, std::string>>;
+  EXPECT_EQ(r.headers, (Headers{{"Content-Type", "application/json"}, {"apikey", "anon-key-for-tests"}}));
+  ASSERT_TRUE(r.body);
+  EXPECT_EQ(*parseJson(*r.body), (Json{{"email", " Marc@Exemple.fr"}, {"password", password}}));
+}
+
+TEST(PasswordSignIn, SignUpGoesToItsOwnEndpoint) {
+  SimWorld w;
+  w.desk.http.enqueue(kSignupPath, SimAnswer::json(200, tokenAnswer(accessTokenFor("n@e.fr"), "r")));
+  PasswordOutcome outcome;
+  w.app->auth().signUp("n@e.fr", "longenough", [&](auto message) { outcome = {true, message}; });
+  w.advance();
+  EXPECT_TRUE(outcome.called);
+  EXPECT_EQ(outcome.message, std::nullopt);
+  EXPECT_EQ(w.desk.http.requestCount(kSignupPath), 1u);
+}
+
+TEST(PasswordSignIn, AnswersAreJudgedByTheirBodyAlone) {
+  struct Case {
+    SimAnswer answer;
+    std::optional<std::string> message;
+  };
+  const std::string pair = tokenAnswer(accessTokenFor("a@b.fr"), "r");
+  const Case cases[] = {
+      {SimAnswer::json(400, pair), std::nullopt},
+      {SimAnswer::json(200, R"({"id":"u-1","email":"a@b.fr","confirmation_sent_at":"2024-01-01"})"), "Erreur inconnue"},
+      {SimAnswer::json(400, R"({"error_code":"invalid_credentials","msg":"Invalid login credentials"})"),
+       "Email ou mot de passe incorrect"},
+      {SimAnswer::json(422, R"({"error_code":"user_already_exists","msg":"User already registered"})"),
+       "Ce compte existe déjà : utilise Se connecter"},
+      {SimAnswer::json(422, R"({"error_code":"weak_password","msg":"Password should be at least 8"})"),
+       "Mot de passe trop court (8 caractères minimum)"},
+      {SimAnswer::json(429, R"({"error_code":"over_request_rate_limit","msg":"Too many requests"})"), "Too many requests"},
+      {SimAnswer::json(400, R"({"error_code":7,"msg":"Bad"})"), "Bad"},
+      {SimAnswer::json(400, R"({"error_code":"x","msg":["not","text"]})"), "Erreur inconnue"},
+      {SimAnswer::json(200, R"({"access_token":"a","refresh_token":5})"), "Erreur inconnue"},
+      {SimAnswer::json(200, ""), "Réponse invalide"},
+      {SimAnswer::json(502, "<html>Bad gateway</html>"), "Réponse invalide"},
+      {SimAnswer::json(200, "[1,2]"), "Réponse invalide"},
+      {SimAnswer::json(200, "\"text\""), "Réponse invalide"},
+      {SimAnswer::failure("The Internet connection appears to be offline."), "Connexion impossible, vérifie ton réseau"},
+  };
+  for (const auto& c : cases) {
+    SimWorld w;
+    w.desk.http.enqueue(kPasswordPath, c.answer);
+    PasswordOutcome outcome;
+    w.app->auth().signIn("a@b.fr", "pw", [&](auto message) { outcome = {true, message}; });
+    w.advance();
+    ASSERT_TRUE(outcome.called);
+    EXPECT_EQ(outcome.message, c.message);
+    EXPECT_EQ(w.app->auth().isSignedIn(), !c.message.has_value());
+    EXPECT_EQ(changes(w), c.message ? 0 : 1);
+  }
+}
+
+TEST(PasswordSignIn, ATimedOutRequestIsANetworkFailure) {
+  SimWorld w;
+  w.desk.http.enqueue(kPasswordPath, SimAnswer::json(200, tokenAnswer("a", "r"), 20));
+  PasswordOutcome outcome;
+  w.app->auth().signIn("a@b.fr", "pw", [&](auto message) { outcome = {true, message}; });
+  w.advance(14.9);
+  EXPECT_FALSE(outcome.called);
+  w.advance(0.2);
+  ASSERT_TRUE(outcome.called);
+  EXPECT_EQ(outcome.message, "Connexion impossible, vérifie ton réseau");
+}
+
+// --- Refresh.
+
+TEST(Refresh, WithoutARefreshTokenFailsAtOnceAndDoesNotSignOut) {
+  SimWorld w;
+  std::optional<bool> result;
+  w.app->auth().refresh([&](bool ok) { result = ok; });
+  EXPECT_EQ(result, false) << "called on the caller's thread, before returning";
+  w.advance(60);
+  EXPECT_EQ(w.desk.http.requestCount(), 0u);
+  EXPECT_EQ(changes(w), 0);
+}
+
+TEST(Refresh, ANewPairReplacesTheOldOneSilently) {
+  SimWorld w;
+  w.signIn("old@example.fr", "refresh-1");
+  const std::string access = accessTokenFor("New@Example.fr");
+  w.desk.http.enqueue(kRefreshPath, SimAnswer::json(400, tokenAnswer(access, "refresh-2")));
+  std::optional<bool> result;
+  w.app->auth().refresh([&](bool ok) { result = ok; });
+  w.advance();
+  EXPECT_EQ(result, true);
+  EXPECT_EQ(w.app->auth().refreshToken(), "refresh-2");
+  EXPECT_EQ(w.app->auth().email(), "new@example.fr");
+  EXPECT_EQ(*parseJson(w.desk.secrets.items.at(kService)), (Json{{"access", access}, {"refresh", "refresh-2"}}));
+  EXPECT_EQ(changes(w), 0);
+
+  auto requests = w.desk.http.requests();
+  ASSERT_EQ(requests.size(), 1u);
+  EXPECT_EQ(requests[0].url, std::string("https://project.supabase.test") + kRefreshPath);
+  EXPECT_EQ(*parseJson(*requests[0].body), (Json{{"refresh_token", "refresh-1"}}));
+  for (const auto& [name, value] : requests[0].headers) EXPECT_NE(name, "Authorization");
+}
+
+TEST(Refresh, AnythingButATokenPairSignsOutAfterReportingFailure) {
+  const SimAnswer failures[] = {
+      SimAnswer::json(200, R"({"access_token":"a"})"),
+      SimAnswer::json(400, R"({"error_code":"refresh_token_not_found","msg":"Invalid Refresh Token"})"),
+      SimAnswer::json(200, ""),
+      SimAnswer::json(200, "[]"),
+      SimAnswer::json(200, R"({"access_token":1,"refresh_token":2})"),
+      SimAnswer::failure("Could not connect to the server."),
+  };
+  for (const auto& answer : failures) {
+    SimWorld w;
+    w.signIn();
+    std::optional<bool> result;
+    bool signedInWhenDone = false;
+    w.desk.http.enqueue(kRefreshPath, answer);
+    w.app->auth().refresh([&](bool ok) {
+      result = ok;
+      signedInWhenDone = w.app->auth().isSignedIn();
+    });
+    w.advance();
+    EXPECT_EQ(result, false);
+    EXPECT_TRUE(signedInWhenDone) << "the sign-out is queued for the main queue, after the report";
+    EXPECT_FALSE(w.app->auth().isSignedIn());
+    EXPECT_TRUE(w.desk.secrets.items.empty());
+    EXPECT_EQ(changes(w), 1);
+  }
+}
+
+}  // namespace
+}  // namespace mirlo

@@ -1,0 +1,180 @@
+// The command line, run as a separate program against the loopback service, with its home and
+// its stores in a temporary directory: what a person at a terminal types and reads.
+#include <gtest/gtest.h>
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "base/json.h"
+#include "platform/host/file_secret_store.h"
+#include "support/service_double.h"
+
+namespace mirlo {
+namespace {
+
+namespace fs = std::filesystem;
+
+struct Outcome {
+  int status = -1;
+  std::string out;
+  std::string err;
+};
+
+std::string quoted(const std::string& s) {
+  std::string q = "'";
+  for (char c : s) q += c == '\'' ? std::string("'\\''") : std::string(1, c);
+  return q + "'";
+}
+
+std::string slurp(const fs::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+class CommandLine : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    std::string pattern = (fs::temp_directory_path() / "mirlo-cli-XXXXXX").string();
+    home_ = ::mkdtemp(pattern.data());
+    service_.start();
+  }
+  void TearDown() override {
+    service_.stop();
+    std::error_code ec;
+    fs::remove_all(home_, ec);
+  }
+
+  // Runs `mirlo ARGS…` with `input` on its standard input (not a terminal).
+  Outcome mirlo(const std::vector<std::string>& args, const std::string& input = {}) {
+    std::ofstream(home_ / "stdin", std::ios::binary) << input;
+    std::string command = "env -i PATH=/usr/bin:/bin HOME=" + quoted(home_.string()) +
+                          " XDG_CONFIG_HOME=" + quoted((home_ / "config").string()) +
+                          " XDG_DATA_HOME=" + quoted((home_ / "data").string()) +
+                          " MIRLO_SECRET_STORE=file MIRLO_TEST_SUPABASE_URL=" + quoted(service_.baseUrl()) +
+                          " MIRLO_TEST_ANON_KEY=" + quoted(service_.anonKey()) + " " + quoted(MIRLO_TWIN_PATH);
+    for (const auto& a : args) command += " " + quoted(a);
+    command += " <" + quoted((home_ / "stdin").string()) + " >" + quoted((home_ / "stdout").string()) + " 2>" +
+               quoted((home_ / "stderr").string());
+    int raw = std::system(command.c_str());
+    Outcome run;
+    run.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+    run.out = slurp(home_ / "stdout");
+    run.err = slurp(home_ / "stderr");
+    printed_ += run.out + run.err;
+    return run;
+  }
+
+  fs::path secretsFile() const { return home_ / "data" / "mirlo" / "secrets.json"; }
+
+  std::string storedSession() {
+    host::FileSecretStore store(secretsFile());
+    std::string bytes;
+    return store.copyItem("io.mirlo.app.session", bytes) == 0 ? bytes : std::string();
+  }
+
+  fs::path home_;
+  testing::ServiceDouble service_;
+  std::string printed_;  // everything the program ever printed
+};
+
+TEST_F(CommandLine, AWholeAccountAndCorrectionRoundTrip) {
+  const std::string password = "  mot de passe d'été ✓ ";
+
+  // Not signed in yet: a clear message and its own status.
+  Outcome r = mirlo({"fix", "bonjour"});
+  EXPECT_EQ(r.status, 3);
+  EXPECT_EQ(r.out, "");
+  EXPECT_NE(r.err.find("Non connecté"), std::string::npos) << r.err;
+  EXPECT_EQ(service_.requestCount(), 0u);
+
+  // Sign up, password on standard input, spaces and accents kept as typed.
+  r = mirlo({"signup", "lea@exemple.fr"}, password + "\n");
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out, "Connecté : lea@exemple.fr\n");
+  auto signup = service_.requests().back();
+  EXPECT_EQ(*parseJson(signup.body), (Json{{"email", "lea@exemple.fr"}, {"password", password}}));
+
+  // The same address again: the service's refusal, in the card's words.
+  r = mirlo({"signup", "lea@exemple.fr"}, password + "\n");
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.err, "Ce compte existe déjà : utilise Se connecter\n");
+
+  r = mirlo({"logout"});
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(storedSession(), "");
+
+  r = mirlo({"login", "lea@exemple.fr"}, "wrong password\n");
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.err, "Email ou mot de passe incorrect\n");
+  r = mirlo({"login", "lea@exemple.fr"}, password + "\r\n");
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_NE(storedSession(), "");
+
+  // Each run is a new process: the session is found again every time.
+  r = mirlo({"fix", "il faut corriger sa"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out, "il faut corriger sa.");
+  EXPECT_EQ(r.err, "");
+  r = mirlo({"rephrase"}, "depuis l'entrée standard");
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out, "depuis l'entrée standard.");
+
+  r = mirlo({"status"});
+  EXPECT_EQ(r.status, 0);
+  EXPECT_NE(r.out.find("Compte : lea@exemple.fr\n"), std::string::npos) << r.out;
+  EXPECT_NE(r.out.find("Offre : Gratuit\n"), std::string::npos) << r.out;
+
+  // An expired access token: one refresh, then the correction goes through.
+  service_.expireAccessTokens();
+  const std::size_t refreshesBefore = service_.requestCount("/auth/v1/token");
+  const std::string before = storedSession();
+  r = mirlo({"fix", "encore"});
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out, "encore.");
+  EXPECT_EQ(service_.requestCount("/auth/v1/token"), refreshesBefore + 1);
+  EXPECT_NE(storedSession(), before) << "the new pair is kept for the next run";
+
+  // Tokens are never printed.
+  auto tokens = parseJson(storedSession());
+  ASSERT_TRUE(tokens);
+  EXPECT_EQ(printed_.find((*tokens)["access"].get<std::string>()), std::string::npos);
+  EXPECT_EQ(printed_.find((*tokens)["refresh"].get<std::string>()), std::string::npos);
+
+  r = mirlo({"logout"});
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(storedSession(), "");
+  EXPECT_EQ(parseJson(slurp(secretsFile())), Json::object()) << "the secret file holds nothing any more";
+  EXPECT_EQ(mirlo({"status"}).status, 3);
+}
+
+TEST_F(CommandLine, ARefusedRefreshSignsOut) {
+  ASSERT_EQ(mirlo({"signup", "zoe@exemple.fr"}, "longenough\n").status, 0);
+  service_.enqueue("/auth/v1/token", testing::ScriptedAnswer::json(400, R"({"error_code":"refresh_token_not_found","msg":"Invalid Refresh Token"})"));
+  service_.expireAccessTokens();
+  Outcome r = mirlo({"fix", "texte"});
+  EXPECT_EQ(r.status, 3);
+  EXPECT_EQ(r.out, "");
+  EXPECT_EQ(r.err, "Reconnecte-toi à ton compte\n");
+  EXPECT_EQ(storedSession(), "");
+}
+
+TEST_F(CommandLine, UsageAndTheDesktopProgram) {
+  Outcome r = mirlo({"--help"});
+  EXPECT_EQ(r.status, 0);
+  EXPECT_NE(r.out.find("login EMAIL"), std::string::npos);
+  EXPECT_EQ(mirlo({"login"}).status, 64);
+  EXPECT_EQ(mirlo({"frobnicate"}).status, 64);
+  EXPECT_EQ(mirlo({"fix"}, "").status, 64);
+  r = mirlo({});
+  EXPECT_EQ(r.status, 2);
+  EXPECT_NE(r.err.find("bureau"), std::string::npos);
+  EXPECT_EQ(service_.requestCount(), 0u);
+}
+
+}  // namespace
+}  // namespace mirlo

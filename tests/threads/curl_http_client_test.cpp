@@ -1,0 +1,246 @@
+#include <curl/curl.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <atomic>
+
+#include "platform/curl/curl_http_client.h"
+#include "support/service_double.h"
+#include "threads/loopback.h"
+
+namespace mirlo::testing {
+namespace {
+
+using namespace std::chrono_literals;
+
+// A loopback port with nobody listening on it.
+int closedPort() {
+  int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
+  socklen_t length = sizeof address;
+  ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
+  ::close(fd);
+  return ntohs(address.sin_port);
+}
+
+class CurlClientTest : public ::testing::Test {
+ protected:
+  void SetUp() override { service.start(); }
+
+  HttpResult fetch(HttpRequest request, CurlHttpClient& via) {
+    Handover<HttpResult> result;
+    via.send(std::move(request), [&](HttpResult r) { result.deliver(std::move(r)); });
+    EXPECT_TRUE(result.wait()) << "no completion";
+    EXPECT_NE(result.thread(), std::this_thread::get_id());
+    return result.has() ? result.value() : HttpResult{TransportError{"none"}};
+  }
+  HttpResult fetch(HttpRequest request) { return fetch(std::move(request), client); }
+
+  HttpRequest post(std::string path, std::string body) {
+    HttpRequest request;
+    request.method = "POST";
+    request.url = service.baseUrl() + path;
+    request.body = std::move(body);
+    request.timeoutSeconds = 10;
+    return request;
+  }
+
+  ServiceDouble service;
+  CurlHttpClient client;
+};
+
+TEST_F(CurlClientTest, SendsMethodHeadersInOrderAndBodyExactly) {
+  service.enqueue("/echo", ScriptedAnswer::json(200, R"({"ok":true})"));
+  HttpRequest request = post("/echo?x=1&y=%C3%A9", "{\"text\":\"café\"}");
+  request.method = "PUT";
+  request.headers = {{"Zeta", "1"}, {"Content-Type", "application/json"}, {"apikey", "k"}, {"Authorization", "Bearer t"}, {"Alpha", ""}};
+  auto result = fetch(request);
+
+  ASSERT_TRUE(std::holds_alternative<HttpResponse>(result));
+  EXPECT_EQ(std::get<HttpResponse>(result).status, 200);
+  EXPECT_EQ(std::get<HttpResponse>(result).body, R"({"ok":true})");
+  auto seen = service.requests().at(0);
+  EXPECT_EQ(seen.method, "PUT");
+  EXPECT_EQ(seen.target, "/echo?x=1&y=%C3%A9");
+  EXPECT_EQ(seen.body, "{\"text\":\"café\"}");
+  // Only what the caller asked for, in its order: no Accept, Expect or default Content-Type.
+  EXPECT_EQ(seen.headerNames(), (std::vector<std::string>{"Zeta", "Content-Type", "apikey", "Authorization", "Alpha"}));
+  EXPECT_EQ(seen.header("Alpha"), "");
+  EXPECT_EQ(seen.header("Content-Length"), std::to_string(request.body->size()));
+}
+
+TEST_F(CurlClientTest, LargeBodyGoesWithoutWaitingForContinue) {
+  std::string big(3 * 1024 * 1024, 'a');
+  HttpRequest request = post("/big", big);
+  request.headers = {{"Content-Type", "text/plain"}};
+  auto result = fetch(request);
+  ASSERT_TRUE(std::holds_alternative<HttpResponse>(result));
+  auto seen = service.requests().at(0);
+  EXPECT_FALSE(seen.header("Expect"));
+  EXPECT_EQ(seen.body.size(), big.size());
+}
+
+TEST_F(CurlClientTest, PostWithoutBodyAndGetCarryNoInventedHeaders) {
+  HttpRequest empty = post("/a", "");
+  empty.body.reset();
+  fetch(empty);
+  HttpRequest get;
+  get.url = service.baseUrl() + "/b";
+  fetch(get);
+  auto seen = service.requests();
+  ASSERT_EQ(seen.size(), 2u);
+  EXPECT_EQ(seen[0].method, "POST");
+  EXPECT_EQ(seen[0].header("Content-Length"), "0");
+  EXPECT_TRUE(seen[0].headerNames().empty());
+  EXPECT_EQ(seen[1].method, "GET");
+  EXPECT_TRUE(seen[1].headerNames().empty());
+}
+
+TEST_F(CurlClientTest, ErrorStatusesAreAnswersWithTheirBodies) {
+  service.enqueue("/x", ScriptedAnswer::json(404, R"({"msg":"absent"})"));
+  service.enqueue("/x", ScriptedAnswer::json(500, ""));
+  auto first = fetch(post("/x", "{}"));
+  auto second = fetch(post("/x", "{}"));
+  ASSERT_TRUE(std::holds_alternative<HttpResponse>(first));
+  EXPECT_EQ(std::get<HttpResponse>(first).status, 404);
+  EXPECT_EQ(std::get<HttpResponse>(first).body, R"({"msg":"absent"})");
+  ASSERT_TRUE(std::holds_alternative<HttpResponse>(second));
+  EXPECT_EQ(std::get<HttpResponse>(second).status, 500);
+  EXPECT_EQ(std::get<HttpResponse>(second).body, "");
+}
+
+TEST_F(CurlClientTest, SlowAnswerEndsInCurlsTimeOutWords) {
+  service.enqueue("/slow", ScriptedAnswer::json(200, "{}", 30));
+  HttpRequest request = post("/slow", "{}");
+  request.timeoutSeconds = 0.3;
+  const auto started = std::chrono::steady_clock::now();
+  auto result = fetch(request);
+  ASSERT_TRUE(std::holds_alternative<TransportError>(result));
+  const auto& description = std::get<TransportError>(result).description;
+  EXPECT_EQ(description.rfind(curl_easy_strerror(CURLE_OPERATION_TIMEDOUT), 0), 0u) << description;
+  EXPECT_NE(description.find("milliseconds"), std::string::npos) << "the detail is missing: " << description;
+  EXPECT_LT(std::chrono::steady_clock::now() - started, 5s);
+}
+
+TEST_F(CurlClientTest, UnreachableServerAndDroppedConnectionAreTransportErrors) {
+  HttpRequest request = post("/x", "{}");
+  request.url = "http://127.0.0.1:" + std::to_string(closedPort()) + "/functions/v1/correct";
+  auto refused = fetch(request);
+  ASSERT_TRUE(std::holds_alternative<TransportError>(refused));
+  EXPECT_EQ(std::get<TransportError>(refused).description.rfind(curl_easy_strerror(CURLE_COULDNT_CONNECT), 0), 0u)
+      << std::get<TransportError>(refused).description;
+
+  ScriptedAnswer drop;
+  drop.dropConnection = true;
+  service.enqueue("/drop", drop);
+  auto dropped = fetch(post("/drop", "{}"));
+  ASSERT_TRUE(std::holds_alternative<TransportError>(dropped));
+  EXPECT_FALSE(std::get<TransportError>(dropped).description.empty());
+}
+
+TEST_F(CurlClientTest, TlsIsNeverSkipped) {
+  // A server that does not speak TLS, and a port with no server at all.
+  HttpRequest plain = post("/x", "{}");
+  plain.url = "https://127.0.0.1:" + std::to_string(service.port()) + "/x";
+  plain.timeoutSeconds = 1;  // the server waits for a request line that never comes
+  auto handshake = fetch(plain);
+  ASSERT_TRUE(std::holds_alternative<TransportError>(handshake));
+  EXPECT_EQ(service.requestCount("/x"), 0u) << "the request went out in clear";
+
+  HttpRequest nobody = plain;
+  nobody.url = "https://127.0.0.1:" + std::to_string(closedPort()) + "/x";
+  EXPECT_TRUE(std::holds_alternative<TransportError>(fetch(nobody)));
+}
+
+TEST_F(CurlClientTest, OnlyHttpAndHttpsAreSpokenEvenThroughRedirects) {
+  HttpRequest file;
+  file.url = "file:///etc/hostname";
+  auto local = fetch(file);
+  ASSERT_TRUE(std::holds_alternative<TransportError>(local));
+  EXPECT_EQ(std::get<TransportError>(local).description.rfind(curl_easy_strerror(CURLE_UNSUPPORTED_PROTOCOL), 0), 0u);
+
+  ScriptedAnswer toFile = ScriptedAnswer::json(302, "");
+  toFile.headers = {{"Location", "file:///etc/hostname"}};
+  service.enqueue("/hop", toFile);
+  EXPECT_TRUE(std::holds_alternative<TransportError>(fetch(post("/hop", "{}"))));
+
+  ScriptedAnswer moved = ScriptedAnswer::json(302, "");
+  moved.headers = {{"Location", "/landing"}};
+  service.enqueue("/hop", moved);
+  service.enqueue("/landing", ScriptedAnswer::json(200, "arrived"));
+  HttpRequest followed;
+  followed.url = service.baseUrl() + "/hop";
+  auto landed = fetch(followed);
+  ASSERT_TRUE(std::holds_alternative<HttpResponse>(landed));
+  EXPECT_EQ(std::get<HttpResponse>(landed).body, "arrived");
+
+  for (int i = 0; i < 10; ++i) {
+    ScriptedAnswer loop = ScriptedAnswer::json(302, "");
+    loop.headers = {{"Location", "/loop"}};
+    service.enqueue("/loop", loop);
+  }
+  HttpRequest looping;
+  looping.url = service.baseUrl() + "/loop";
+  EXPECT_TRUE(std::holds_alternative<TransportError>(fetch(looping)));
+  EXPECT_LE(service.requestCount("/loop"), 6u);
+}
+
+TEST_F(CurlClientTest, HugeAnswerIsCutOffAsATransportError) {
+  CurlHttpClient small(CurlHttpClient::Options{4096, 5});
+  service.enqueue("/huge", ScriptedAnswer::json(200, std::string(100000, 'x')));
+  service.enqueue("/fits", ScriptedAnswer::json(200, std::string(4096, 'y')));
+  auto huge = fetch(post("/huge", "{}"), small);
+  ASSERT_TRUE(std::holds_alternative<TransportError>(huge));
+  EXPECT_EQ(std::get<TransportError>(huge).description.rfind(curl_easy_strerror(CURLE_FILESIZE_EXCEEDED), 0), 0u)
+      << std::get<TransportError>(huge).description;
+  auto fits = fetch(post("/fits", "{}"), small);
+  ASSERT_TRUE(std::holds_alternative<HttpResponse>(fits));
+  EXPECT_EQ(std::get<HttpResponse>(fits).body.size(), 4096u);
+}
+
+TEST_F(CurlClientTest, ManyThreadsSendAtOnceAndEachCompletionComesOnce) {
+  constexpr int kThreads = 4, kEach = 8;
+  std::atomic<int> completions{0};
+  std::mutex mutex;
+  std::condition_variable allDone;
+  std::vector<std::thread> senders;
+  for (int t = 0; t < kThreads; ++t) {
+    senders.emplace_back([&, t] {
+      for (int i = 0; i < kEach; ++i) {
+        HttpRequest request = post("/functions/v1/correct", "{}");
+        request.url += "?n=" + std::to_string(t * kEach + i);
+        client.send(request, [&](HttpResult) {
+          std::lock_guard lock(mutex);
+          ++completions;
+          allDone.notify_all();
+        });
+      }
+    });
+  }
+  for (auto& s : senders) s.join();
+  std::unique_lock lock(mutex);
+  EXPECT_TRUE(allDone.wait_for(lock, 20s, [&] { return completions == kThreads * kEach; }));
+  lock.unlock();
+  EXPECT_EQ(service.requestCount("/functions/v1/correct"), static_cast<std::size_t>(kThreads * kEach));
+  EXPECT_EQ(completions.load(), kThreads * kEach);
+}
+
+TEST_F(CurlClientTest, DestroyingTheClientAbandonsRequestsInFlight) {
+  service.enqueue("/slow", ScriptedAnswer::json(200, "{}", 30));
+  std::atomic<bool> called{false};
+  auto doomed = std::make_unique<CurlHttpClient>();
+  doomed->send(post("/slow", "{}"), [&](HttpResult) { called = true; });
+  ASSERT_TRUE(service.waitForRequests(1, 10s));
+  const auto started = std::chrono::steady_clock::now();
+  doomed.reset();
+  EXPECT_LT(std::chrono::steady_clock::now() - started, 5s);
+  EXPECT_FALSE(called);
+}
+
+}  // namespace
+}  // namespace mirlo::testing
