@@ -85,14 +85,18 @@ void Onboarding::show() {
       // Once for the controller's life: the window is created only once.
       app_.notifications().observe(Auth::changed, life_.guard([this] { refresh(); }));
     }
-    refresh();
+    // When everything is done there is no step to show: the window stays closed rather than
+    // coming forward empty.
+    if (!showStep()) return;
     ui.activateIgnoringOtherApps();
     window_->makeKeyAndOrderFront();
   }));
 }
 
-void Onboarding::refresh() {
-  if (!window_) return;
+void Onboarding::refresh() { showStep(); }
+
+bool Onboarding::showStep() {
+  if (!window_) return false;
   if (axTimer_) axTimer_->invalidate();
   if (!app_.auth().isSignedIn()) {
     setContent(stepLogin());
@@ -103,7 +107,7 @@ void Onboarding::refresh() {
   } else {
     if (app_.prefs().onboarded()) {
       window_->close();
-      return;
+      return false;
     }
     nextShown_ = false;
     View step = stepTryIt();
@@ -113,6 +117,7 @@ void Onboarding::refresh() {
     runDemoCycle(animGen_, true);
   }
   if (auto* delegate = app_.launchedDelegate()) delegate->rebuildMenu();
+  return true;
 }
 
 void Onboarding::setContent(View root) {

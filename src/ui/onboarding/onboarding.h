@@ -74,6 +74,8 @@ class Onboarding {
   bool nextShown() const { return nextShown_; }
 
  private:
+  // The step machine; false when there is no step left and the window was closed.
+  bool showStep();
   void windowWillClose();
   void setContent(View root);
   void startPermissionTimer();
