@@ -90,7 +90,7 @@ TEST_F(Demo, OneCycleSelectsPressesCorrectsAndSettlesOnTheClock) {
   EXPECT_EQ(plain(sentence()), kOriginal);
   EXPECT_EQ(underlined(), 4);
   EXPECT_FALSE(selected());
-  until(7.8);
+  until(6.9 + 0.9);  // 0.9 s into the second cycle
   EXPECT_TRUE(selected());
 }
 
