@@ -85,18 +85,14 @@ void Onboarding::show() {
       // Once for the controller's life: the window is created only once.
       app_.notifications().observe(Auth::changed, life_.guard([this] { refresh(); }));
     }
-    // When everything is done there is no step to show: the window stays closed rather than
-    // coming forward empty.
-    if (!showStep()) return;
+    refresh();
     ui.activateIgnoringOtherApps();
     window_->makeKeyAndOrderFront();
   }));
 }
 
-void Onboarding::refresh() { showStep(); }
-
-bool Onboarding::showStep() {
-  if (!window_) return false;
+void Onboarding::refresh() {
+  if (!window_) return;
   if (axTimer_) axTimer_->invalidate();
   if (!app_.auth().isSignedIn()) {
     setContent(stepLogin());
@@ -107,7 +103,7 @@ bool Onboarding::showStep() {
   } else {
     if (app_.prefs().onboarded()) {
       window_->close();
-      return false;
+      return;
     }
     nextShown_ = false;
     View step = stepTryIt();
@@ -117,7 +113,6 @@ bool Onboarding::showStep() {
     runDemoCycle(animGen_, true);
   }
   if (auto* delegate = app_.launchedDelegate()) delegate->rebuildMenu();
-  return true;
 }
 
 void Onboarding::setContent(View root) {

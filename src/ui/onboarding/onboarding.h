@@ -74,8 +74,6 @@ class Onboarding {
   bool nextShown() const { return nextShown_; }
 
  private:
-  // The step machine; false when there is no step left and the window was closed.
-  bool showStep();
   void windowWillClose();
   void setContent(View root);
   void startPermissionTimer();
