@@ -89,6 +89,15 @@ struct EmitterStyle {
   double spin = 0;
   double scale = 1;
   double duration = 0;  // seconds before the emitter stops producing
+  // The particles: `birthRate` above is the emitter's own rate, multiplying each cell's. Each
+  // colour is one cell drawn as a rounded rectangle `cellSize` large.
+  double cellBirthRate = 0;
+  Size cellSize;
+  double cellCornerRadius = 0;
+  double emissionLongitude = 0;  // radians
+  double spinRange = 0;
+  double scaleRange = 0;
+  double yAcceleration = 0;
   friend bool operator==(const EmitterStyle&, const EmitterStyle&) = default;
 };
 
@@ -174,6 +183,12 @@ class LiveView {
   virtual Rect frame() const = 0;
   // Moves and resizes the view; a hover-tracking view recreates its one tracking area.
   virtual void setFrame(const Rect& frame) = 0;
+  // Adds a view above this one's children (confetti, a button that appears later).
+  virtual void addSubview(View view) = 0;
+  // Fades the view to `alpha` over `duration` seconds.
+  virtual void animateAlpha(double alpha, double duration) = 0;
+  // An emitter's own birth rate; 0 stops new particles while those in flight finish.
+  virtual void setEmitterBirthRate(double rate) = 0;
 };
 
 struct MenuItem {

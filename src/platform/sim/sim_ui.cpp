@@ -54,6 +54,22 @@ class SimLiveView final : public LiveView {
     node->view.frame = frame;
     if (resized) node->updateTrackingAreas();
   }
+  void addSubview(View view) override {
+    auto node = node_.lock();
+    if (!node) return;
+    std::vector<View> one;
+    one.push_back(std::move(view));
+    for (auto& child : render(std::move(one))) node->children.push_back(std::move(child));
+  }
+  void animateAlpha(double alpha, double duration) override {
+    auto node = node_.lock();
+    if (!node) return;
+    node->fades.push_back({alpha, duration});
+    node->view.alpha = alpha;
+  }
+  void setEmitterBirthRate(double rate) override {
+    if (auto node = node_.lock()) node->view.emitter.birthRate = rate;
+  }
 
  private:
   std::weak_ptr<SimNode> node_;
@@ -104,8 +120,10 @@ std::vector<std::shared_ptr<SimNode>> allNodes(const SimNodes& nodes) {
   return out;
 }
 
-bool performClick(const SimNode& node) {
+bool performClick(SimNode& node) {
   if (node.view.hidden || !node.view.action) return false;
+  // A check box changes its state before it tells its action, which reads the new state.
+  if (node.view.kind == ViewKind::checkBox) node.view.checked = !node.view.checked;
   auto action = node.view.action;
   action();
   return true;
@@ -196,6 +214,17 @@ void SimWindow::close() {
   if (willClose_) willClose_();
   visible = false;
   key = false;
+}
+
+bool SimWindow::type(const std::string& placeholder, const std::string& text) {
+  if (!visible) return false;
+  auto node = findNode(content, [&placeholder](const SimNode& n) {
+    return (n.view.kind == ViewKind::textField || n.view.kind == ViewKind::secureField) &&
+           n.view.placeholder == placeholder;
+  });
+  if (!node) return false;
+  node->view.text = text;
+  return true;
 }
 
 std::shared_ptr<StatusItem> SimUI::createStatusItem() {

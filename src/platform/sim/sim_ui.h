@@ -20,6 +20,8 @@ struct SimNode {
   std::vector<std::shared_ptr<SimNode>> children;
   std::vector<Rect> trackingAreas;
   int trackingAreaUpdates = 0;  // times the tracking areas were rebuilt
+  // Alpha animations asked of this view: target alpha and duration (the alpha is set at once).
+  std::vector<std::pair<double, double>> fades;
 
   // Rebuilds the tracking areas as the platform does on a resize: all removed, then one over the
   // bounds when the view asks for hover tracking.
@@ -37,7 +39,8 @@ std::vector<std::shared_ptr<SimNode>> allNodes(const SimNodes& nodes);
 
 // Runs the node's action the way a platform does: on a copy, so that an action that tears down its
 // own surface completes. False when the view has no action.
-bool performClick(const SimNode& node);
+// A check box toggles its state first, as a real one does.
+bool performClick(SimNode& node);
 // The pointer enters or leaves the view; only a view with a tracking area hears of it.
 bool pointerEnters(const SimNode& node);
 bool pointerExits(const SimNode& node);
@@ -134,6 +137,9 @@ class SimWindow final : public Window {
   // The user clicks the view showing `text` in the window; false when nothing acted.
   bool click(const std::string& text);
   std::shared_ptr<SimNode> find(const std::string& text) const { return findText(content, text); }
+  // The user types into the text field showing this placeholder, replacing its contents; false
+  // when there is no such field.
+  bool type(const std::string& placeholder, const std::string& text);
 
   // The user moves the window.
   void moveTo(Point origin) {
