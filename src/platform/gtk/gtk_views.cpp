@@ -246,9 +246,10 @@ gboolean drawEmitter(GtkWidget*, cairo_t* cr, gpointer data) {
   return FALSE;
 }
 
-// Confetti: cells born along the emitter's line at the birth rate (per colour), thrown within the
-// emission range around straight down, spinning, for their lifetime; production stops after the
-// emitter's duration, and the timer when the last cell is gone.
+// Confetti: cells born along the emitter's line at the emitter's rate times each cell's (one cell
+// per colour), thrown within the emission range around straight down, spinning and falling for
+// their lifetime. Production stops when the core sets the birth rate to 0 (or after the
+// emitter's duration, when it gives one), and the timer when the last cell is gone.
 gboolean tickEmitter(gpointer data) {
   auto* node = static_cast<Node*>(data);
   const EmitterStyle& e = node->view.emitter;
@@ -259,8 +260,10 @@ gboolean tickEmitter(gpointer data) {
   static thread_local std::mt19937 random{12345};
   std::uniform_real_distribution<double> unit(0, 1);
   const double h = node->view.frame.height;
-  if (elapsed < e.duration && !e.colors.empty()) {
-    node->spawnCarry += e.birthRate * static_cast<double>(e.colors.size()) * dt;
+  const bool producing = e.birthRate > 0 && (e.duration <= 0 || elapsed < e.duration) && !e.colors.empty();
+  if (producing) {
+    const double perCell = e.cellBirthRate > 0 ? e.birthRate * e.cellBirthRate : e.birthRate;
+    node->spawnCarry += perCell * static_cast<double>(e.colors.size()) * dt;
     while (node->spawnCarry >= 1) {
       node->spawnCarry -= 1;
       Particle p{};
@@ -271,25 +274,47 @@ gboolean tickEmitter(gpointer data) {
       p.vx = std::cos(angle) * speed;
       p.vy = std::sin(angle) * speed;
       p.angle = unit(random) * 2 * kPi;
-      p.spin = (unit(random) - 0.5) * 2 * e.spin;
+      p.spin = e.spin + (unit(random) - 0.5) * 2 * e.spinRange;
       p.lifetime = e.lifetime;
-      p.w = std::max(4.0, 8 * e.scale);
-      p.h = std::max(2.0, 4 * e.scale);
+      const double scale = std::max(0.1, e.scale + (unit(random) - 0.5) * 2 * e.scaleRange);
+      p.w = e.cellSize.width > 0 ? e.cellSize.width * scale : std::max(4.0, 8 * e.scale);
+      p.h = e.cellSize.height > 0 ? e.cellSize.height * scale : std::max(2.0, 4 * e.scale);
       p.color = e.colors[static_cast<std::size_t>(unit(random) * e.colors.size()) % e.colors.size()];
       node->particles.push_back(p);
     }
   }
+  const double gravity = e.yAcceleration > 0 ? e.yAcceleration : 60;  // the paper falls and spreads
   for (auto& p : node->particles) {
     p.age += dt;
-    p.vy += 60 * dt;  // a little gravity, so that the paper falls and spreads
+    p.vy += gravity * dt;
     p.x += p.vx * dt;
     p.y += p.vy * dt;
     p.angle += p.spin * dt;
   }
   std::erase_if(node->particles, [](const Particle& p) { return p.age >= p.lifetime; });
   gtk_widget_queue_draw(node->content);
-  if (elapsed >= e.duration && node->particles.empty()) {
+  if (!producing && node->particles.empty()) {
     node->tick = 0;
+    return G_SOURCE_REMOVE;
+  }
+  return G_SOURCE_CONTINUE;
+}
+
+// A fade of a host widget's opacity, stepped on a frame timer.
+struct Fade {
+  std::weak_ptr<Node> node;
+  double from, to, duration;
+  gint64 started;
+};
+
+gboolean tickFade(gpointer data) {
+  auto* fade = static_cast<Fade*>(data);
+  auto node = fade->node.lock();
+  if (!node) return G_SOURCE_REMOVE;
+  const double t = fade->duration > 0 ? std::min(1.0, (g_get_monotonic_time() - fade->started) / 1e6 / fade->duration) : 1;
+  gtk_widget_set_opacity(node->host, fade->from + (fade->to - fade->from) * t);
+  if (t >= 1) {
+    node->view.alpha = fade->to;
     return G_SOURCE_REMOVE;
   }
   return G_SOURCE_CONTINUE;
@@ -476,6 +501,28 @@ class GtkLiveView final : public LiveView {
     n->place();
     if (taller) n->relayoutChildren();
     if (n->container) gtk_widget_queue_draw(n->container);  // its shadow moves with it
+  }
+  void addSubview(View view) override {
+    auto n = node_.lock();
+    if (!n) return;
+    std::vector<View> one;
+    one.push_back(std::move(view));
+    for (auto& child : render(std::move(one), n->host, n->view.frame.height)) n->children.push_back(std::move(child));
+  }
+  void animateAlpha(double alpha, double duration) override {
+    auto n = node_.lock();
+    if (!n) return;
+    auto* fade = new Fade{n, gtk_widget_get_opacity(n->host), alpha, duration, g_get_monotonic_time()};
+    g_timeout_add_full(G_PRIORITY_DEFAULT, 16, tickFade, fade, [](gpointer f) { delete static_cast<Fade*>(f); });
+  }
+  void setEmitterBirthRate(double rate) override {
+    auto n = node_.lock();
+    if (!n) return;
+    n->view.emitter.birthRate = rate;
+    if (rate > 0 && n->tick == 0 && n->content) {
+      n->started = n->lastTick = g_get_monotonic_time();
+      n->tick = g_timeout_add(16, tickEmitter, n.get());
+    }
   }
 
  private:
