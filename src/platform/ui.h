@@ -89,6 +89,13 @@ struct EmitterStyle {
   double spin = 0;
   double scale = 1;
   double duration = 0;  // seconds before the emitter stops producing
+  // Each cell's image: a rounded rectangle of its colour.
+  Size cellSize;
+  double cellCornerRadius = 0;
+  double emissionLongitude = 0;  // radians
+  double spinRange = 0;
+  double scaleRange = 0;
+  double yAcceleration = 0;
   friend bool operator==(const EmitterStyle&, const EmitterStyle&) = default;
 };
 

@@ -33,3 +33,55 @@ enum : unsigned long long {
 
 extern NSString* const NSWorkspaceDidActivateApplicationNotification;
 extern NSString* const NSWorkspaceApplicationKey;
+
+// Fonts with weights (macOS 10.11, 10.15).
+@interface NSFont (MirloCurrentAppKit)
++ (NSFont*)systemFontOfSize:(CGFloat)fontSize weight:(NSFontWeight)weight;
++ (NSFont*)monospacedSystemFontOfSize:(CGFloat)fontSize weight:(NSFontWeight)weight;
+@end
+
+// Layer backing and tracking areas.
+@interface NSView (MirloCurrentAppKit)
+@property BOOL wantsLayer;
+@property(retain) CALayer* layer;
+@property(readonly, copy) NSArray<NSTrackingArea*>* trackingAreas;
+- (void)addTrackingArea:(NSTrackingArea*)trackingArea;
+- (void)removeTrackingArea:(NSTrackingArea*)trackingArea;
+- (void)updateTrackingAreas;
+@end
+
+@interface NSButton (MirloCurrentAppKit)
+@property(copy) NSColor* contentTintColor;  // macOS 10.14
+@end
+
+@interface NSControl (MirloCurrentAppKit)
+@property NSLineBreakMode lineBreakMode;
+@property BOOL usesSingleLineMode;
+@end
+
+@interface NSTextField (MirloCurrentAppKit)
++ (instancetype)labelWithString:(NSString*)stringValue;  // macOS 10.12
+@property NSInteger maximumNumberOfLines;
+@property(copy) NSString* placeholderString;  // macOS 10.10
+@end
+
+@interface NSStatusItem (MirloCurrentAppKit)
+@property(readonly, retain) NSStatusBarButton* button;  // macOS 10.10
+@end
+
+// NSAnimatablePropertyContainer.
+@interface NSWindow (MirloCurrentAppKit)
+- (instancetype)animator;
+@end
+
+@interface NSAnimationContext (MirloCurrentAppKit)
+@property(retain) CAMediaTimingFunction* timingFunction;
+@end
+
+// Current names of older constants (same values as GNUstep's NSSwitchButton,
+// NSMomentaryPushInButton and NSRoundedBezelStyle).
+static const NSButtonType NSButtonTypeMomentaryPushIn = NSMomentaryPushInButton;
+static const NSButtonType NSButtonTypeSwitch = NSSwitchButton;
+static const NSBezelStyle NSBezelStyleRounded = NSRoundedBezelStyle;
+static const NSProgressIndicatorStyle NSProgressIndicatorStyleSpinning = NSProgressIndicatorSpinningStyle;
+enum { NSUnderlineStylePatternDot = 0x0100 };
