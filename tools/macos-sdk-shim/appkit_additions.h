@@ -85,3 +85,23 @@ static const NSButtonType NSButtonTypeSwitch = NSSwitchButton;
 static const NSBezelStyle NSBezelStyleRounded = NSRoundedBezelStyle;
 static const NSProgressIndicatorStyle NSProgressIndicatorStyleSpinning = NSProgressIndicatorSpinningStyle;
 enum { NSUnderlineStylePatternDot = 0x0100 };
+
+// Apple events (GNUstep declares the two classes without their methods).
+typedef uint32_t AEEventClass;
+typedef uint32_t AEEventID;
+typedef uint32_t AEKeyword;
+@interface NSAppleEventManager (MirloCurrentFoundation)
++ (NSAppleEventManager*)sharedAppleEventManager;
+- (void)setEventHandler:(id)handler
+            andSelector:(SEL)handleEventSelector
+          forEventClass:(AEEventClass)eventClass
+             andEventID:(AEEventID)eventID;
+@end
+@interface NSAppleEventDescriptor (MirloCurrentFoundation)
+- (NSAppleEventDescriptor*)paramDescriptorForKeyword:(AEKeyword)keyword;
+@property(readonly, copy) NSString* stringValue;
+@end
+
+@interface NSApplication (MirloCurrentAppKit)
+- (BOOL)setActivationPolicy:(NSApplicationActivationPolicy)activationPolicy;
+@end

@@ -67,3 +67,13 @@ OSStatus UCKeyTranslate(const UCKeyboardLayout* keyLayoutPtr, UInt16 virtualKeyC
 #ifdef __cplusplus
 }
 #endif
+
+// Apple events (AE AppleEvents.h, HIServices InternetConfig).
+#ifdef __cplusplus
+extern "C" {
+#endif
+enum { kInternetEventClass = 'GURL', kAEGetURL = 'GURL' };
+enum { keyDirectObject = '----' };
+#ifdef __cplusplus
+}
+#endif
