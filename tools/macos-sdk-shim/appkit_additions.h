@@ -105,3 +105,8 @@ typedef uint32_t AEKeyword;
 @interface NSApplication (MirloCurrentAppKit)
 - (BOOL)setActivationPolicy:(NSApplicationActivationPolicy)activationPolicy;
 @end
+
+@interface NSImage (MirloCurrentAppKit)
++ (NSImage*)imageWithSize:(NSSize)size flipped:(BOOL)drawingHandlerShouldBeCalledWithFlippedContext
+           drawingHandler:(BOOL (^)(NSRect dstRect))drawingHandler;  // macOS 10.8
+@end

@@ -53,11 +53,14 @@ int main() {
     mirlo::mac::MacPlatform platform;
     return mirlo::runApplication(platform.platform(), mirlo::AppConfig::fromBuild(), [](mirlo::App& app) {
       NSApplication* application = [NSApplication sharedApplication];
-      // Kept for the whole run: the application does not retain its delegate.
+      // Kept for the whole run, which ends only with the process: the application does not
+      // retain its delegate.
       MirloApplicationDelegate* delegate = [[MirloApplicationDelegate alloc] initWithApp:&app];
       [application setDelegate:delegate];
       [application setActivationPolicy:NSApplicationActivationPolicyAccessory];
       [application run];
+      [application setDelegate:nil];
+      [delegate release];
       return 0;
     });
   }

@@ -112,8 +112,10 @@ CGMutablePathRef createPath(const std::vector<mirlo::PathStep>& steps) {
   return self;
 }
 - (void)perform:(id)sender {
-  (void)sender;
+  // The action may close the surface that holds the sender and this target: both stay alive
+  // until the current event has been handled.
   [[self retain] autorelease];
+  [[sender retain] autorelease];
   if (!action_) return;
   auto action = action_;
   action();
@@ -267,13 +269,16 @@ NSView* makeShape(const View& v) {
 // The image of one confetti piece: a rounded rectangle of the colour.
 id cellImage(const EmitterStyle& style, const Color& color) {
   const NSSize size = NSMakeSize(style.cellSize.width, style.cellSize.height);
-  NSImage* image = [[[NSImage alloc] initWithSize:size] autorelease];
-  [image lockFocus];
-  [nsColor(color) setFill];
-  [[NSBezierPath bezierPathWithRoundedRect:NSMakeRect(0, 0, size.width, size.height)
-                                   xRadius:style.cellCornerRadius
-                                   yRadius:style.cellCornerRadius] fill];
-  [image unlockFocus];
+  NSColor* fill = nsColor(color);
+  const CGFloat radius = style.cellCornerRadius;
+  NSImage* image = [NSImage imageWithSize:size
+                                  flipped:NO
+                           drawingHandler:^BOOL(NSRect bounds) {
+                             [fill setFill];
+                             [[NSBezierPath bezierPathWithRoundedRect:bounds xRadius:radius yRadius:radius] fill];
+                             return YES;
+                           }];
+  // Owned by the image; the cell's `contents` keeps its own reference.
   return (id)[image CGImageForProposedRect:nullptr context:nil hints:nil];
 }
 
@@ -284,7 +289,7 @@ NSView* makeEmitter(const View& v, MainQueue& mainQueue) {
   CAEmitterLayer* emitter = [CAEmitterLayer layer];
   [emitter setEmitterPosition:CGPointMake(style.position.x, style.position.y)];
   [emitter setEmitterSize:CGSizeMake(style.size.width, style.size.height)];
-  [emitter setBirthRate:1.0f];
+  [emitter setBirthRate:1.0f];  // the cells' own rates are the description's
   NSMutableArray* cells = [NSMutableArray array];
   for (const auto& color : style.colors) {
     CAEmitterCell* cell = [CAEmitterCell emitterCell];
@@ -318,7 +323,7 @@ class MacLiveView final : public LiveView {
   MacLiveView(NSView* view, const View& description)
       : view_([view retain]), background_(description.background),
         textColor_(description.textColor), font_(description.font) {}
-  ~MacLiveView() override { [view_ release]; }
+  ~MacLiveView() override { [view_ autorelease]; }
   MacLiveView(const MacLiveView&) = delete;
   MacLiveView& operator=(const MacLiveView&) = delete;
 
@@ -495,7 +500,9 @@ class MacCardPanel final : public CardPanel {
     [layer setBorderColor:[nsColor(style.borderColor) CGColor]];
     [panel_ setContentView:content];
   }
-  ~MacCardPanel() override { [panel_ release]; }
+  // The last reference can go while the panel is handling one of its own clicks (an action that
+  // closes the card): it is let go once that event is done.
+  ~MacCardPanel() override { [panel_ autorelease]; }
   MacCardPanel(const MacCardPanel&) = delete;
   MacCardPanel& operator=(const MacCardPanel&) = delete;
 
@@ -574,7 +581,7 @@ class MacWindow final : public Window {
   ~MacWindow() override {
     [[NSNotificationCenter defaultCenter] removeObserver:observer_];
     [observer_ release];
-    [window_ release];
+    [window_ autorelease];  // as for the card: possibly inside one of its own events
   }
   MacWindow(const MacWindow&) = delete;
   MacWindow& operator=(const MacWindow&) = delete;

@@ -51,7 +51,7 @@ OSStatus GetEventParameter(EventRef inEvent, EventParamName inName, EventParamTy
 // Text input sources.
 typedef struct __TISInputSource* TISInputSourceRef;
 extern const CFStringRef kTISPropertyUnicodeKeyLayoutData;
-TISInputSourceRef TISCopyCurrentKeyboardLayoutInputSource(void);
+MIRLO_CF_RETURNS_RETAINED TISInputSourceRef TISCopyCurrentKeyboardLayoutInputSource(void);
 void* TISGetInputSourceProperty(TISInputSourceRef inputSource, CFStringRef propertyKey);
 
 // Unicode key layouts.

@@ -29,7 +29,7 @@ extern const CFStringRef kSecMatchLimitOne;
 
 OSStatus SecItemAdd(CFDictionaryRef attributes, CFTypeRef* result);
 OSStatus SecItemDelete(CFDictionaryRef query);
-OSStatus SecItemCopyMatching(CFDictionaryRef query, CFTypeRef* result);
+OSStatus SecItemCopyMatching(CFDictionaryRef query, __attribute__((cf_returns_retained)) CFTypeRef* result);
 
 #ifdef __cplusplus
 }
