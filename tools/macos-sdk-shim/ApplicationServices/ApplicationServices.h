@@ -1,0 +1,69 @@
+// The accessibility client interface (HIServices, from Apple's AXUIElement.h, AXValue.h and
+// AXError.h references), with Core Foundation and Core Graphics.
+#pragma once
+#include <CoreFoundation/CoreFoundation.h>
+#include <CoreGraphics/CoreGraphics.h>
+#include <sys/types.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+typedef int32_t AXError;
+enum {
+  kAXErrorSuccess = 0,
+  kAXErrorFailure = -25200,
+  kAXErrorIllegalArgument = -25201,
+  kAXErrorInvalidUIElement = -25202,
+  kAXErrorInvalidUIElementObserver = -25203,
+  kAXErrorCannotComplete = -25204,
+  kAXErrorAttributeUnsupported = -25205,
+  kAXErrorActionUnsupported = -25206,
+  kAXErrorNotificationUnsupported = -25207,
+  kAXErrorNotImplemented = -25208,
+  kAXErrorNotificationAlreadyRegistered = -25209,
+  kAXErrorNotificationNotRegistered = -25210,
+  kAXErrorAPIDisabled = -25211,
+  kAXErrorNoValue = -25212,
+  kAXErrorParameterizedAttributeUnsupported = -25213,
+  kAXErrorNotEnoughPrecision = -25214,
+};
+
+typedef const struct __AXUIElement* AXUIElementRef;
+typedef const struct __AXValue* AXValueRef;
+
+typedef UInt32 AXValueType;
+enum {
+  kAXValueCGPointType = 1,
+  kAXValueCGSizeType = 2,
+  kAXValueCGRectType = 3,
+  kAXValueCFRangeType = 4,
+  kAXValueAXErrorType = 5,
+  kAXValueIllegalType = 0,
+};
+
+extern const CFStringRef kAXTrustedCheckOptionPrompt;
+
+// The documented ownership rule, stated for the static analyzer: Create and Copy give +1.
+#define MIRLO_CF_RETURNS_RETAINED __attribute__((cf_returns_retained))
+
+Boolean AXIsProcessTrusted(void);
+Boolean AXIsProcessTrustedWithOptions(CFDictionaryRef options);
+
+CFTypeID AXUIElementGetTypeID(void);
+MIRLO_CF_RETURNS_RETAINED AXUIElementRef AXUIElementCreateSystemWide(void);
+MIRLO_CF_RETURNS_RETAINED AXUIElementRef AXUIElementCreateApplication(pid_t pid);
+AXError AXUIElementCopyAttributeValue(AXUIElementRef element, CFStringRef attribute, MIRLO_CF_RETURNS_RETAINED CFTypeRef* value);
+AXError AXUIElementCopyParameterizedAttributeValue(AXUIElementRef element, CFStringRef parameterizedAttribute,
+                                                   CFTypeRef parameter, MIRLO_CF_RETURNS_RETAINED CFTypeRef* result);
+AXError AXUIElementIsAttributeSettable(AXUIElementRef element, CFStringRef attribute, Boolean* settable);
+AXError AXUIElementSetAttributeValue(AXUIElementRef element, CFStringRef attribute, CFTypeRef value);
+
+CFTypeID AXValueGetTypeID(void);
+MIRLO_CF_RETURNS_RETAINED AXValueRef AXValueCreate(AXValueType theType, const void* valuePtr);
+AXValueType AXValueGetType(AXValueRef value);
+Boolean AXValueGetValue(AXValueRef value, AXValueType theType, void* valuePtr);
+
+#ifdef __cplusplus
+}
+#endif
