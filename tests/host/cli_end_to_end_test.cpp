@@ -2,16 +2,13 @@
 // its stores in a temporary directory: what a person at a terminal types and reads.
 #include <gtest/gtest.h>
 
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 
 #include "base/json.h"
 #include "platform/host/file_secret_store.h"
+#include "host/cli_process.h"
 #include "support/service_double.h"
 
 namespace mirlo {
@@ -19,22 +16,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-struct Outcome {
-  int status = -1;
-  std::string out;
-  std::string err;
-};
-
-std::string quoted(const std::string& s) {
-  std::string q = "'";
-  for (char c : s) q += c == '\'' ? std::string("'\\''") : std::string(1, c);
-  return q + "'";
-}
-
-std::string slurp(const fs::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), {});
-}
+using testing::Outcome;
+using testing::slurp;
 
 class CommandLine : public ::testing::Test {
  protected:
@@ -51,20 +34,7 @@ class CommandLine : public ::testing::Test {
 
   // Runs `mirlo ARGS…` with `input` on its standard input (not a terminal).
   Outcome mirlo(const std::vector<std::string>& args, const std::string& input = {}) {
-    std::ofstream(home_ / "stdin", std::ios::binary) << input;
-    std::string command = "env -i PATH=/usr/bin:/bin HOME=" + quoted(home_.string()) +
-                          " XDG_CONFIG_HOME=" + quoted((home_ / "config").string()) +
-                          " XDG_DATA_HOME=" + quoted((home_ / "data").string()) +
-                          " MIRLO_SECRET_STORE=file MIRLO_TEST_SUPABASE_URL=" + quoted(service_.baseUrl()) +
-                          " MIRLO_TEST_ANON_KEY=" + quoted(service_.anonKey()) + " " + quoted(MIRLO_TWIN_PATH);
-    for (const auto& a : args) command += " " + quoted(a);
-    command += " <" + quoted((home_ / "stdin").string()) + " >" + quoted((home_ / "stdout").string()) + " 2>" +
-               quoted((home_ / "stderr").string());
-    int raw = std::system(command.c_str());
-    Outcome run;
-    run.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-    run.out = slurp(home_ / "stdout");
-    run.err = slurp(home_ / "stderr");
+    Outcome run = testing::runMirlo(home_, service_.baseUrl(), service_.anonKey(), args, input);
     printed_ += run.out + run.err;
     return run;
   }
