@@ -14,6 +14,9 @@
 
 #include "account/auth.h"
 #include "account/prefs.h"
+#ifdef MIRLO_HAVE_DESKTOP
+#include "desktop/desktop.h"
+#endif
 #include "engine/engine.h"
 #include "mirlo/config.h"
 #include "platform/curl/curl_http_client.h"
@@ -211,11 +214,16 @@ int correct(App& app, HostMainQueue& queue, const std::string& mode, const std::
 int run(int argc, char** argv, const AppConfig& config) {
   std::vector<std::string> args(argv + 1, argv + argc);
   if (args.empty()) {
+#ifdef MIRLO_HAVE_DESKTOP
+    static_assert(desktop::kNoDesktop == kNoDesktop);
+    return desktop::run(config);
+#else
     std::fprintf(stderr,
                  "mirlo %s : le programme de bureau n'est pas encore écrit pour cette plate-forme.\n"
                  "Les commandes de terminal fonctionnent : mirlo --help\n",
                  config::kVersion);
     return kNoDesktop;
+#endif
   }
   const std::string& command = args[0];
   if (command == "--help" || command == "-h" || command == "help") {

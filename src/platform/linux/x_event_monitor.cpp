@@ -9,7 +9,9 @@
 
 namespace mirlo::linuxdesk {
 
-XEventMonitor::XEventMonitor() {
+XEventMonitor::XEventMonitor() : XEventMonitor(nullptr) {}
+
+XEventMonitor::XEventMonitor(std::shared_ptr<SyntheticKeys> ownKeys) : ownKeys_(std::move(ownKeys)) {
   int firstEvent = 0, firstError = 0;
   if (!XQueryExtension(x_.display(), "XInputExtension", &opcode_, &firstEvent, &firstError))
     throw NoDisplayError("the X server has no XInput extension");
@@ -90,6 +92,9 @@ void XEventMonitor::handle(XEvent& xevent) {
   if (XkbGetState(x_.display(), XkbUseCoreKbd, &state) == Success) mods |= state.locked_mods & LockMask;
   mods &= ~static_cast<unsigned>(Mod2Mask);
   event.modifierFlags = macFlagsFromXState(mods);
+  // Our own keys still count for the keys held above, but are nobody's gesture.
+  const bool isKey = type == XI_RawKeyPress || type == XI_RawKeyRelease;
+  if (isKey && ownKeys_ && ownKeys_->claim(detail, type == XI_RawKeyPress, g_get_monotonic_time())) return;
   deliver(event);
 }
 

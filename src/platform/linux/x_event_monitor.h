@@ -4,10 +4,12 @@
 #pragma once
 
 #include <map>
+#include <memory>
 #include <set>
 #include <vector>
 
 #include "platform/event_monitor.h"
+#include "platform/linux/synthetic_keys.h"
 #include "platform/linux/x_connection.h"
 
 namespace mirlo::linuxdesk {
@@ -15,6 +17,8 @@ namespace mirlo::linuxdesk {
 class XEventMonitor final : public EventMonitor {
  public:
   XEventMonitor();  // throws NoDisplayError; needs XInput 2
+  // Key events noted in `ownKeys` (this program's keyboard sent them) reach no monitor.
+  explicit XEventMonitor(std::shared_ptr<SyntheticKeys> ownKeys);
   void addGlobalMonitor(std::uint64_t mask, Handler handler) override;
   void addLocalMonitor(std::uint64_t mask, Handler handler) override;
 
@@ -35,6 +39,7 @@ class XEventMonitor final : public EventMonitor {
   std::set<unsigned> keysDown_;
   std::map<unsigned, unsigned> modifierOf_;  // key code → the modifier masks it sets
   std::vector<Monitor> global_, local_;
+  std::shared_ptr<SyntheticKeys> ownKeys_;
 };
 
 }  // namespace mirlo::linuxdesk

@@ -46,7 +46,9 @@ std::vector<unsigned> pressedKeysFor(Display* display, unsigned mask) {
 
 }  // namespace
 
-XKeyboard::XKeyboard() {
+XKeyboard::XKeyboard() : XKeyboard(nullptr) {}
+
+XKeyboard::XKeyboard(std::shared_ptr<SyntheticKeys> ownKeys) : ownKeys_(std::move(ownKeys)) {
   int event = 0, error = 0, major = 0, minor = 0;
   if (!XTestQueryExtension(x_.display(), &event, &error, &major, &minor))
     throw NoDisplayError("the X server has no XTest extension");
@@ -71,13 +73,18 @@ bool XKeyboard::postKeyEvent(std::uint16_t keyCode, bool keyDown, std::uint64_t 
       for (unsigned held_code : pressedKeysFor(display, modifierKey.mask)) lifted.push_back(held_code);
     }
   }
-  for (unsigned c : lifted) XTestFakeKeyEvent(display, c, False, CurrentTime);
-  for (unsigned c : pressed) XTestFakeKeyEvent(display, c, True, CurrentTime);
-  XTestFakeKeyEvent(display, *code, keyDown ? True : False, CurrentTime);
-  for (auto it = pressed.rbegin(); it != pressed.rend(); ++it) XTestFakeKeyEvent(display, *it, False, CurrentTime);
-  for (unsigned c : lifted) XTestFakeKeyEvent(display, c, True, CurrentTime);
+  for (unsigned c : lifted) send(c, false);
+  for (unsigned c : pressed) send(c, true);
+  send(*code, keyDown);
+  for (auto it = pressed.rbegin(); it != pressed.rend(); ++it) send(*it, false);
+  for (unsigned c : lifted) send(c, true);
   XSync(display, False);
   return true;
+}
+
+void XKeyboard::send(unsigned code, bool down) {
+  if (ownKeys_) ownKeys_->sent(code, down, g_get_monotonic_time());
+  XTestFakeKeyEvent(x_.display(), code, down ? True : False, CurrentTime);
 }
 
 std::uint64_t XKeyboard::currentModifierFlags() { return macFlagsFromXState(heldModifiers(x_.display())); }

@@ -1,0 +1,108 @@
+// The desktop program on a Linux X11 desktop: GLib's main loop, AT-SPI, XTest, XInput 2, key
+// grabs, the CLIPBOARD selection, EWMH, GDK, the GTK surfaces, libcurl and the host's stores.
+#include <glib-unix.h>
+#include <gtk/gtk.h>
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <string>
+
+#include "app/launch.h"
+#include "desktop/desktop.h"
+#include "desktop/linux_devices.h"
+#include "mirlo/config.h"
+#include "platform/curl/curl_http_client.h"
+#include "platform/gtk/gtk_ui.h"
+#include "platform/host/file_defaults.h"
+#include "platform/host/file_secret_store.h"
+#include "platform/host/headless.h"
+#include "platform/host/secret_service_store.h"
+
+namespace mirlo::desktop {
+namespace {
+
+void sayNoDesktop(const std::string& why) {
+  std::fprintf(stderr,
+               "mirlo %s : impossible de lancer le programme de bureau : %s.\n"
+               "Il lui faut une session graphique X11 (variable DISPLAY). Les commandes de terminal "
+               "fonctionnent sans elle : mirlo --help\n",
+               config::kVersion, why.c_str());
+}
+
+std::unique_ptr<SecretStore> openSecretStore() {
+  const char* forced = std::getenv("MIRLO_SECRET_STORE");
+  const bool fileForced = forced && std::string(forced) == "file";
+  if (!fileForced && host::SecretServiceStore::available()) return std::make_unique<host::SecretServiceStore>();
+  auto file = std::make_unique<host::FileSecretStore>(host::FileSecretStore::standardPath());
+  if (!fileForced)
+    std::fprintf(stderr,
+                 "mirlo : aucun trousseau (Secret Service) ne répond ; la session est gardée sans "
+                 "chiffrement dans %s\n",
+                 file->path().c_str());
+  return file;
+}
+
+// The desktop's devices, the GTK surfaces, the network and the host's stores.
+struct LinuxPlatform {
+  std::unique_ptr<LinuxDevices> devices = LinuxDevices::open();
+  CurlHttpClient http;
+  std::unique_ptr<SecretStore> secrets = openSecretStore();
+  host::FileDefaults defaults{host::FileDefaults::standardPath()};
+  host::BuildAppInfo appInfo;
+  gtk::GtkUI ui{[this] { devices->quit(); }};
+
+  Platform platform() {
+    LinuxDevices& d = *devices;
+    return Platform{d.mainQueue(), http,     d.accessibility(), d.keyboard(), d.clipboard(),
+                    d.events(),    d.hotKeys(), d.workspace(),  d.screens(),  *secrets,
+                    defaults,      appInfo,  ui};
+  }
+};
+
+gboolean endOnSignal(gpointer devices) {
+  static_cast<LinuxDevices*>(devices)->quit();
+  return G_SOURCE_REMOVE;
+}
+
+}  // namespace
+
+int run(const AppConfig& config, const std::vector<std::string>& openingURLs) {
+  // The adapters speak X11; under a Wayland session GTK must go through XWayland as well.
+  gdk_set_allowed_backends("x11");
+  const char* display = std::getenv("DISPLAY");
+  if (!display || !*display) {
+    sayNoDesktop("aucun écran X11 n'est indiqué");
+    return kNoDesktop;
+  }
+  if (!gtk_init_check(nullptr, nullptr)) {
+    sayNoDesktop(std::string("l'écran X11 « ") + display + " » ne répond pas");
+    return kNoDesktop;
+  }
+
+  std::unique_ptr<LinuxPlatform> desk;
+  try {
+    desk = std::make_unique<LinuxPlatform>();
+  } catch (const NoDisplay& error) {
+    sayNoDesktop(error.what());
+    return kNoDesktop;
+  }
+  // Ask every toolkit on the desktop to build its accessibility tree.
+  if (!desk->devices->armAccessibility())
+    std::fputs("mirlo : le bus d'accessibilité ne répond pas ; les textes passeront par le presse-papiers\n", stderr);
+
+  // Ended by the session or by Control+C in the terminal that started it: leave the loop, so that
+  // the application and its adapters are taken down in order.
+  g_unix_signal_add(SIGTERM, endOnSignal, desk->devices.get());
+  g_unix_signal_add(SIGINT, endOnSignal, desk->devices.get());
+  g_unix_signal_add(SIGHUP, endOnSignal, desk->devices.get());
+
+  return runApplication(desk->platform(), config, [&](App& app) {
+    finishLaunching(app, openingURLs);
+    desk->devices->run();
+    return kEnded;
+  });
+}
+
+}  // namespace mirlo::desktop
