@@ -57,4 +57,14 @@ std::string encodeBase64(std::string_view bytes) {
   return out;
 }
 
+std::string encodeBase64Url(std::string_view bytes) {
+  std::string s = encodeBase64(bytes);
+  for (char& c : s) {
+    if (c == '+') c = '-';
+    else if (c == '/') c = '_';
+  }
+  while (!s.empty() && s.back() == '=') s.pop_back();
+  return s;
+}
+
 }  // namespace mirlo

@@ -12,4 +12,7 @@ std::optional<std::string> decodeBase64Strict(std::string_view in);
 
 std::string encodeBase64(std::string_view bytes);
 
+// The URL-safe alphabet without padding, as JSON Web Tokens write their parts.
+std::string encodeBase64Url(std::string_view bytes);
+
 }  // namespace mirlo

@@ -21,10 +21,9 @@
 #include "mirlo/config.h"
 #include "platform/curl/curl_http_client.h"
 #include "platform/host/file_defaults.h"
-#include "platform/host/file_secret_store.h"
 #include "platform/host/headless.h"
 #include "platform/host/host_main_queue.h"
-#include "platform/host/secret_service_store.h"
+#include "platform/host/session_store.h"
 
 namespace mirlo::cli {
 namespace {
@@ -67,26 +66,10 @@ struct TerminalPlatform {
   host::HeadlessHotKeys hotKeys;
   host::HeadlessWorkspace workspace;
   host::HeadlessScreens screens;
-  std::unique_ptr<SecretStore> secrets;
+  std::unique_ptr<SecretStore> secrets = host::openSessionStore();
   host::FileDefaults defaults{host::FileDefaults::standardPath()};
   host::BuildAppInfo appInfo;
   host::HeadlessUI ui;
-
-  TerminalPlatform() {
-    const char* forced = std::getenv("MIRLO_SECRET_STORE");
-    const bool fileForced = forced && std::string(forced) == "file";
-    if (!fileForced && host::SecretServiceStore::available()) {
-      secrets = std::make_unique<host::SecretServiceStore>();
-    } else {
-      auto file = std::make_unique<host::FileSecretStore>(host::FileSecretStore::standardPath());
-      if (!fileForced)
-        std::fprintf(stderr,
-                     "mirlo : aucun trousseau (Secret Service) ne répond ; la session est gardée sans "
-                     "chiffrement dans %s\n",
-                     file->path().c_str());
-      secrets = std::move(file);
-    }
-  }
 
   Platform platform() {
     return Platform{queue,   http,      accessibility, keyboard, clipboard, events, hotKeys,

@@ -16,9 +16,8 @@
 #include "platform/curl/curl_http_client.h"
 #include "platform/gtk/gtk_ui.h"
 #include "platform/host/file_defaults.h"
-#include "platform/host/file_secret_store.h"
 #include "platform/host/headless.h"
-#include "platform/host/secret_service_store.h"
+#include "platform/host/session_store.h"
 
 namespace mirlo::desktop {
 namespace {
@@ -31,24 +30,11 @@ void sayNoDesktop(const std::string& why) {
                config::kVersion, why.c_str());
 }
 
-std::unique_ptr<SecretStore> openSecretStore() {
-  const char* forced = std::getenv("MIRLO_SECRET_STORE");
-  const bool fileForced = forced && std::string(forced) == "file";
-  if (!fileForced && host::SecretServiceStore::available()) return std::make_unique<host::SecretServiceStore>();
-  auto file = std::make_unique<host::FileSecretStore>(host::FileSecretStore::standardPath());
-  if (!fileForced)
-    std::fprintf(stderr,
-                 "mirlo : aucun trousseau (Secret Service) ne répond ; la session est gardée sans "
-                 "chiffrement dans %s\n",
-                 file->path().c_str());
-  return file;
-}
-
 // The desktop's devices, the GTK surfaces, the network and the host's stores.
 struct LinuxPlatform {
   std::unique_ptr<LinuxDevices> devices = LinuxDevices::open();
   CurlHttpClient http;
-  std::unique_ptr<SecretStore> secrets = openSecretStore();
+  std::unique_ptr<SecretStore> secrets = host::openSessionStore();
   host::FileDefaults defaults{host::FileDefaults::standardPath()};
   host::BuildAppInfo appInfo;
   gtk::GtkUI ui{[this] { devices->quit(); }};

@@ -18,6 +18,7 @@
 #include "base/text.h"
 #include "platform/curl/curl_http_client.h"
 #include "platform/sim/sim_desktop.h"
+#include "platform/sim/sim_tokens.h"
 #include "scenario/printer.h"
 #include "scenario/script_line.h"
 
@@ -33,20 +34,7 @@ AppConfig simulatedService() {
   return AppConfig{"https://project.supabase.test", "anon-key", "https://mirlo.test"};
 }
 
-// An access token as the service issues it, with this e-mail in its payload.
-std::string accessTokenFor(const std::string& email) {
-  auto b64url = [](const std::string& bytes) {
-    std::string s = encodeBase64(bytes);
-    for (char& c : s) {
-      if (c == '+') c = '-';
-      else if (c == '/') c = '_';
-    }
-    while (!s.empty() && s.back() == '=') s.pop_back();
-    return s;
-  };
-  return b64url(R"({"alg":"HS256","typ":"JWT"})") + "." +
-         b64url(dumpJson(Json{{"email", email}, {"sub", "user-1"}, {"role", "authenticated"}})) + ".signature";
-}
+using sim::accessTokenFor;
 
 // Replaces each "{token:EMAIL}" by an access token for that e-mail.
 std::string expandTokens(std::string url) {

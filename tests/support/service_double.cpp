@@ -20,15 +20,7 @@ namespace {
 constexpr std::size_t kMaxHeaderBytes = 64 * 1024;
 constexpr std::int64_t kFreeDailyLimit = 3;
 
-std::string base64Url(const std::string& bytes) {
-  std::string s = encodeBase64(bytes);
-  for (char& c : s) {
-    if (c == '+') c = '-';
-    else if (c == '/') c = '_';
-  }
-  while (!s.empty() && s.back() == '=') s.pop_back();
-  return s;
-}
+std::string base64Url(const std::string& bytes) { return encodeBase64Url(bytes); }
 
 std::string trim(const std::string& s) {
   auto begin = s.find_first_not_of(" \t");

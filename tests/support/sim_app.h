@@ -12,6 +12,7 @@
 #include "app/app_delegate.h"
 #include "engine/engine.h"
 #include "platform/sim/sim_desktop.h"
+#include "platform/sim/sim_tokens.h"
 #include "ui/card/card.h"
 
 namespace mirlo::testing {
@@ -21,7 +22,7 @@ inline AppConfig testConfig() {
 }
 
 // An access token whose payload carries this e-mail claim.
-std::string accessTokenFor(const std::string& email);
+using sim::accessTokenFor;
 
 struct SimWorld {
   explicit SimWorld(AppConfig config = testConfig()) : app(std::make_unique<App>(desk.platform(), std::move(config))) {}

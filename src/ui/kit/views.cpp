@@ -18,6 +18,15 @@ View label(UI& ui, const std::string& text, Font font, Color color) {
   return sizedToFit(ui, std::move(view));
 }
 
+View pushButton(const std::string& title, Rect frame, std::function<void()> action) {
+  View view;
+  view.kind = ViewKind::pushButton;
+  view.text = title;
+  view.frame = frame;
+  view.action = std::move(action);
+  return view;
+}
+
 View box(Rect frame, Color background) {
   View view;
   view.kind = ViewKind::box;

@@ -2,6 +2,7 @@
 // come from the platform's text measurement, so that all layout arithmetic stays here.
 #pragma once
 
+#include <functional>
 #include <string>
 
 #include "platform/ui.h"
@@ -13,6 +14,9 @@ View label(UI& ui, const std::string& text, Font font, Color color);
 
 // `view` with its frame's size set to what its text needs; the origin is kept.
 View sizedToFit(UI& ui, View view);
+
+// A standard rounded push button at a fixed frame.
+View pushButton(const std::string& title, Rect frame, std::function<void()> action);
 
 // A plain layer-backed view filled with one colour (dividers, backgrounds).
 View box(Rect frame, Color background);

@@ -28,15 +28,6 @@ View field(ViewKind kind, Rect frame, const std::string& placeholder, std::share
   return view;
 }
 
-View pushButton(const std::string& title, Rect frame, std::function<void()> action) {
-  View view;
-  view.kind = ViewKind::pushButton;
-  view.text = title;
-  view.frame = frame;
-  view.action = std::move(action);
-  return view;
-}
-
 }  // namespace
 
 View Onboarding::stepLogin() {
@@ -55,10 +46,10 @@ View Onboarding::stepLogin() {
   step.children.push_back(field(ViewKind::textField, {120, 146, 280, 26}, "ton@exemple.fr", emailField_));
   step.children.push_back(field(ViewKind::secureField, {120, 114, 280, 26}, "mot de passe", passwordField_));
 
-  View signIn = pushButton("Se connecter", {120, 78, 140, 30}, life_.guard([this] { signInTapped(); }));
+  View signIn = kit::pushButton("Se connecter", {120, 78, 140, 30}, life_.guard([this] { signInTapped(); }));
   signIn.keyEquivalent = "\r";  // the window's default button
   step.children.push_back(std::move(signIn));
-  step.children.push_back(pushButton("Créer un compte", {264, 78, 136, 30}, life_.guard([this] { signUpTapped(); })));
+  step.children.push_back(kit::pushButton("Créer un compte", {264, 78, 136, 30}, life_.guard([this] { signUpTapped(); })));
 
   View status;
   status.kind = ViewKind::label;

@@ -5,6 +5,7 @@
 #include "app/app.h"
 #include "app/app_delegate.h"
 #include "ui/kit/palette.h"
+#include "ui/kit/views.h"
 #include "ui/onboarding/onboarding.h"
 
 namespace mirlo {
@@ -18,15 +19,6 @@ View label(const std::string& text, Rect frame, Font font, std::optional<Color> 
   view.frame = frame;
   view.font = font;
   view.textColor = color;
-  return view;
-}
-
-View pushButton(const std::string& title, Rect frame, std::function<void()> action) {
-  View view;
-  view.kind = ViewKind::pushButton;
-  view.text = title;
-  view.frame = frame;
-  view.action = std::move(action);
   return view;
 }
 
@@ -55,7 +47,7 @@ void SettingsWindow::build() {
   content.children.push_back(label("COMPTE", {24, 210, 200, 16}, Font{11, FontWeight::bold}, DA::muted));
   content.children.push_back(label(signedIn ? auth.email() + " · " + auth.planLabel() : "Non connecté",
                                    {24, 186, 280, 18}, Font{13}));
-  content.children.push_back(pushButton(signedIn ? "Se déconnecter" : "Se connecter", {288, 180, 110, 28},
+  content.children.push_back(kit::pushButton(signedIn ? "Se déconnecter" : "Se connecter", {288, 180, 110, 28},
                                         life_.guard([this] { authTapped(); })));
 
   View popup;
@@ -75,7 +67,7 @@ void SettingsWindow::build() {
       {24, 44, 370, 80}, Font{12}, DA::ink2);
   shortcuts.wraps = true;
   content.children.push_back(std::move(shortcuts));
-  content.children.push_back(pushButton("Ouvrir mon dashboard", {24, 10, 180, 28}, life_.guard([this] { dashTapped(); })));
+  content.children.push_back(kit::pushButton("Ouvrir mon dashboard", {24, 10, 180, 28}, life_.guard([this] { dashTapped(); })));
 
   window_->setContent(std::move(content));
 }
