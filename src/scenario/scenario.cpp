@@ -548,19 +548,19 @@ void Runner::launch(ScriptLine& line) {
 }
 
 Key Runner::readKeys(ScriptLine& line) {
-  const std::string spec = line.word("the keys, such as cmd+shift+a");
+  const std::string keys = line.word("the keys, such as cmd+shift+a");
   Key key;
   key.hasKey = false;
   std::vector<std::string> parts;
   std::size_t start = 0;
   while (true) {
     // "cmd++" names the plus key.
-    auto plus = spec.find('+', start);
-    if (plus == start && plus + 1 == spec.size()) {
+    auto plus = keys.find('+', start);
+    if (plus == start && plus + 1 == keys.size()) {
       parts.push_back("+");
       break;
     }
-    parts.push_back(spec.substr(start, plus == std::string::npos ? std::string::npos : plus - start));
+    parts.push_back(keys.substr(start, plus == std::string::npos ? std::string::npos : plus - start));
     if (plus == std::string::npos) break;
     start = plus + 1;
   }
@@ -571,8 +571,8 @@ Key Runner::readKeys(ScriptLine& line) {
     else if (p == "opt" || p == "option" || p == "alt") key.flags |= modifier::option;
     else if (p == "ctrl" || p == "control") key.flags |= modifier::control;
     else {
-      if (i + 1 != parts.size()) throw ScriptFault("in '" + spec + "', '" + p + "' is not a modifier (cmd, shift, opt, ctrl)");
-      if (p.empty()) throw ScriptFault("'" + spec + "' names no key");
+      if (i + 1 != parts.size()) throw ScriptFault("in '" + keys + "', '" + p + "' is not a modifier (cmd, shift, opt, ctrl)");
+      if (p.empty()) throw ScriptFault("'" + keys + "' names no key");
       key.hasKey = true;
       if (p.size() > 1 && p[0] == '#') {
         std::size_t used = 0;
