@@ -156,6 +156,9 @@ class Test:
 
         # Started again without an address: one program still, and it keeps running.
         self.second_start_plain()
+
+        # The way a browser hands the address over: through the installed desktop entry.
+        self.through_desktop_entry()
         self.stop_program()
 
         # No program running: the start with the address becomes the program, already signed in.
@@ -166,6 +169,25 @@ class Test:
             raise Failure("the program started by an address did not keep running")
         self.stop_program()
         return 0
+
+    def through_desktop_entry(self):
+        if not shutil.which("xdg-mime") or not shutil.which("gio"):
+            print("xdg-mime or gio is missing: the desktop entry is not tried", file=sys.stderr)
+            return
+        installer = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "tools",
+                                 "install-desktop-entry")
+        result = subprocess.run([installer, self.mirlo], env=self.env, capture_output=True, text=True, timeout=30)
+        if result.returncode != 0:
+            raise Failure(f"install-desktop-entry: {result.returncode} {result.stderr}")
+        # `gio open` launches the handler as a GTK browser does, from the entry's Exec line.
+        result = subprocess.run(["gio", "open", sign_in_url("max@exemple.fr", "r-max")], env=self.env,
+                                capture_output=True, text=True, timeout=10)
+        if result.returncode != 0:
+            raise Failure(f"gio open: {result.returncode} {result.stderr}")
+        wait_for(lambda: self.signed_in_as() == "max@exemple.fr", 10,
+                 "the session handed over through the desktop entry")
+        if self.running.poll() is not None:
+            raise Failure("the running program ended when the desktop entry handed it an address")
 
     def second_start_plain(self):
         try:
