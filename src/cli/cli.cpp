@@ -35,7 +35,7 @@ constexpr double kWaitLimitSeconds = 60;
 constexpr const char* kUsageText =
     "Utilisation : mirlo [COMMANDE]\n"
     "\n"
-    "Sans commande, lance le programme de bureau.\n"
+    "Sans commande, lance le programme de bureau ; mirlo ADRESSE (mirlo://…) lui passe l'adresse.\n"
     "\n"
     "Commandes :\n"
     "  login EMAIL       se connecter (mot de passe lu sur le terminal, ou sur l'entrée standard)\n"
@@ -192,14 +192,32 @@ int correct(App& app, HostMainQueue& queue, const std::string& mode, const std::
   return error.code == "auth" && !app.auth().isSignedIn() ? kNotSignedIn : kFailed;
 }
 
+// Whether an argument has the shape of an address, `scheme:…` (the browser starts the program with
+// the address it was sent to). No command has that shape; what the address means, and whether it
+// is one at all, is for the application to judge.
+bool looksLikeURL(const std::string& argument) {
+  auto colon = argument.find(':');
+  if (colon == std::string::npos || colon == 0) return false;
+  auto isAlpha = [](char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); };
+  if (!isAlpha(argument[0])) return false;
+  for (std::size_t i = 1; i < colon; ++i) {
+    const char c = argument[i];
+    if (!isAlpha(c) && !(c >= '0' && c <= '9') && c != '+' && c != '-' && c != '.') return false;
+  }
+  return true;
+}
+
 }  // namespace
 
 int run(int argc, char** argv, const AppConfig& config) {
   std::vector<std::string> args(argv + 1, argv + argc);
-  if (args.empty()) {
+  // `mirlo mirlo://auth#…`: the desktop program, opened by those addresses (handed to the one
+  // already running in this session, if there is one).
+  const bool opening = !args.empty() && looksLikeURL(args[0]);
+  if (args.empty() || opening) {
 #ifdef MIRLO_HAVE_DESKTOP
     static_assert(desktop::kNoDesktop == kNoDesktop);
-    return desktop::run(config);
+    return desktop::run(config, opening ? args : std::vector<std::string>{});
 #else
     std::fprintf(stderr,
                  "mirlo %s : le programme de bureau n'est pas encore écrit pour cette plate-forme.\n"

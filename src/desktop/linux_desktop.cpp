@@ -9,9 +9,11 @@
 #include <memory>
 #include <string>
 
+#include "app/app_delegate.h"
 #include "app/launch.h"
 #include "desktop/desktop.h"
 #include "desktop/linux_devices.h"
+#include "desktop/session_instance.h"
 #include "mirlo/config.h"
 #include "platform/curl/curl_http_client.h"
 #include "platform/gtk/gtk_ui.h"
@@ -55,6 +57,11 @@ gboolean endOnSignal(gpointer devices) {
 }  // namespace
 
 int run(const AppConfig& config, const std::vector<std::string>& openingURLs) {
+  // A program already runs in this session: it takes the URLs (the browser's sign-in, say) and
+  // this start ends, before touching the display.
+  SessionInstance instance;
+  if (instance.claim(openingURLs) == SessionInstance::Role::HandedOver) return kEnded;
+
   // The adapters speak X11; under a Wayland session GTK must go through XWayland as well.
   gdk_set_allowed_backends("x11");
   const char* display = std::getenv("DISPLAY");
@@ -85,8 +92,13 @@ int run(const AppConfig& config, const std::vector<std::string>& openingURLs) {
   g_unix_signal_add(SIGHUP, endOnSignal, desk->devices.get());
 
   return runApplication(desk->platform(), config, [&](App& app) {
+    // Later starts' URLs arrive on the main loop, once launch is done.
+    instance.onURLs([&app](const std::vector<std::string>& urls) {
+      for (const auto& url : urls) app.delegate().handleURLEvent(url);
+    });
     finishLaunching(app, openingURLs);
     desk->devices->run();
+    instance.onURLs({});
     return kEnded;
   });
 }
