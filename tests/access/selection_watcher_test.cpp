@@ -63,18 +63,6 @@ TEST_F(WatcherDay, AMouseSelectionOffersTheButtonsNextToItsLastCharacter) {
   EXPECT_EQ(card().anchor()->y, 900 - 200 - 18);
 }
 
-TEST_F(WatcherDay, ASignedOutUserIsOfferedTheConnectCard) {
-  world.app->auth().signOut();
-  start();
-  mouseSelect(0, 7);
-  world.advance(0.05);
-  EXPECT_EQ(card().state(), Card::State::buttons);
-  auto panel = world.desk.ui.openPanel();
-  ASSERT_NE(panel, nullptr);
-  EXPECT_NE(sim::findNode(panel->views, [](const sim::SimNode& n) { return n.view.text.find("connecter") != std::string::npos; }),
-            nullptr);
-}
-
 TEST_F(WatcherDay, ShortOrBlankSelectionsOfferNothing) {
   start("a  ok e\u0301 \U0001F1EB\U0001F1F7 x");
   for (auto [loc, len] : {std::pair{0, 2} /* "a " */, {1, 2} /* blanks */, {6, 2} /* é as e + accent */,

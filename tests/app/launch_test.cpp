@@ -97,20 +97,6 @@ struct RunningWorld : ::testing::Test {
   SimWorld world;
 };
 
-TEST_F(RunningWorld, SignInLinkShowsTheAddressAndRebuildsTheMenu) {
-  ASSERT_EQ(menuLines(*world.desk.ui.statusItem)[0], "Se connecter…");
-  open(signInCallback("lea@example.fr"));
-  EXPECT_EQ(menuLines(*world.desk.ui.statusItem)[0], "lea@example.fr [off]");
-  EXPECT_EQ(menuLines(*world.desk.ui.statusItem)[1], "Gratuit · 3 corrections par jour [off]");
-  auto panel = world.desk.ui.openPanel();
-  ASSERT_NE(panel, nullptr);
-  EXPECT_NE(sim::findNode(panel->views, [](const sim::SimNode& n) { return n.view.text == "Connecté : lea@example.fr"; }),
-            nullptr);
-  // The notice closes by itself.
-  world.advance(10);
-  EXPECT_EQ(world.desk.ui.openPanel(), nullptr);
-}
-
 TEST_F(RunningWorld, ARefusedSignInLinkSaysNothing) {
   const int builds = world.desk.ui.statusItem->menuBuilds;
   open("mirlo://auth#error=access_denied");

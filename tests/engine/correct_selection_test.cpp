@@ -9,28 +9,6 @@ namespace {
 
 using sim::PostedKey;
 
-TEST(CorrectThroughAccessibility, ReplacesTheSelectionAndSelectsTheInsertedText) {
-  SimWorld world;
-  mailWith(world, "Bonjour, je voudrai un café. Merci");
-  world.desk.select("je voudrai un café");
-  serviceAnswers(world, "je voudrais un café");
-
-  world.app->engine().run("fix");
-  EXPECT_TRUE(world.app->engine().busy());
-  EXPECT_TRUE(cardShows(world, "Correction…"));
-  world.advance(0.1);
-
-  EXPECT_EQ(world.desk.frontText(), "Bonjour, je voudrais un café. Merci");
-  EXPECT_EQ(world.desk.frontElement()->selection, (AXRange{9, 19}));
-  EXPECT_EQ(world.desk.frontElement()->selectedText(), "je voudrais un café");
-  EXPECT_EQ(lastSentText(world), "je voudrai un café");
-  EXPECT_FALSE(world.app->engine().busy());
-  EXPECT_EQ(world.app->card().state(), Card::State::idle);
-  // No key was synthesised and the clipboard was left alone.
-  EXPECT_TRUE(world.desk.keyboard.posted.empty());
-  EXPECT_EQ(world.desk.clipboard.clears, 0);
-}
-
 TEST(CorrectThroughAccessibility, CountsEmojiAsTwoUnitsWhenSelectingTheAnswer) {
   SimWorld world;
   mailWith(world, "😀 salut tu va bien ? 😀");

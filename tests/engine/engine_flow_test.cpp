@@ -51,18 +51,6 @@ TEST_F(CorrectionFlow, AnyModeOtherThanFixIsShownAsRephrasing) {
   EXPECT_EQ(cardText(), "Reformulation…");
 }
 
-TEST_F(CorrectionFlow, ASecondRequestWhileBusyDoesNothing) {
-  serviceAnswers(R"({"result":"Je suis allé au marché."})", 2);
-  engine().run("fix");
-  engine().run("fix");
-  engine().run("rephrase");
-  EXPECT_EQ(world.desk.http.requestCount(kCorrect), 1u);
-  EXPECT_EQ(cardText(), "Correction…");
-  world.advance(3);
-  EXPECT_EQ(corrections(), 1u);
-  EXPECT_FALSE(engine().busy());
-}
-
 TEST_F(CorrectionFlow, WithoutPermissionOrSessionTheOnboardingOpensInstead) {
   world.desk.accessibility.trusted = false;
   engine().run("fix");
