@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
+
 #include "app/launch.h"
 #include "support/sim_app.h"
 
@@ -203,9 +205,14 @@ TEST_F(WatcherDay, EscapeClosesEveryCardButARunningCorrection) {
   card().showSuccess("Corrigé", [] {});
   send(key(InputEventType::keyDown, kEscape), /*toThisApp=*/true);
   EXPECT_EQ(card().state(), Card::State::idle);
-  card().showError("Limite atteinte", true);
-  send(key(InputEventType::keyDown, kEscape));
-  EXPECT_EQ(card().state(), Card::State::idle);
+  for (auto show : std::vector<std::function<void()>>{
+           [&] { card().showConnect(std::nullopt); }, [&] { card().showNotice("Texte copié"); },
+           [&] { card().showError("Limite atteinte", true); }}) {
+    show();
+    send(key(InputEventType::keyDown, kEscape));
+    EXPECT_EQ(card().state(), Card::State::idle);
+    EXPECT_EQ(world.desk.ui.openPanel(), nullptr);
+  }
 }
 
 TEST_F(WatcherDay, ClicksAndScrollingElsewhereCloseOnlyTheButtons) {

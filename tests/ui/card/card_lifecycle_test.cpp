@@ -160,14 +160,10 @@ TEST_F(LifecycleTest, PointerRestingOnTheCardKeepsItOpen) {
 }
 
 TEST_F(LifecycleTest, CloseResetsEverythingEvenWithoutAPanel) {
-  const auto before = card().generation();
   card().close();
-  EXPECT_EQ(card().generation(), before + 1);
   EXPECT_EQ(card().state(), Card::State::idle);
-
   card().showButtons(kSelection);
   card().close();
-  EXPECT_EQ(card().generation(), before + 3);
   EXPECT_FALSE(card().anchor().has_value());
   EXPECT_FALSE(card().isButtonsOpen());
   // The next card makes a fresh panel that fades in again.
@@ -176,27 +172,7 @@ TEST_F(LifecycleTest, CloseResetsEverythingEvenWithoutAPanel) {
   EXPECT_EQ(panel().animations.front().kind, sim::SimAnimation::Kind::alpha);
 }
 
-TEST_F(LifecycleTest, EscapeClosesEverythingButProgress) {
-  card().showProgress("Correction…");
-  card().dismissByEscape();
-  EXPECT_TRUE(onScreen());
-
-  card().showSuccess("Texte corrigé", [] {});
-  card().dismissByEscape();
-  EXPECT_FALSE(onScreen());
-
-  for (auto show : std::vector<std::function<void()>>{
-           [&] { card().showButtons(kSelection); }, [&] { card().showConnect(kSelection); },
-           [&] { card().showNotice("Texte copié"); }, [&] { card().showError("Oups", true); }}) {
-    show();
-    card().dismissByEscape();
-    EXPECT_FALSE(onScreen());
-  }
-  const auto gen = card().generation();
-  card().dismissByEscape();  // idle: nothing happens
-  EXPECT_EQ(card().generation(), gen);
-}
-
+// Escape is told with the key itself in selection_watcher_test.cpp.
 TEST_F(LifecycleTest, LosingTheSelectionClosesOnlyTheOffer) {
   card().showConnect(kSelection);
   EXPECT_TRUE(card().isButtonsOpen());
