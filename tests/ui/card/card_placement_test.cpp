@@ -8,40 +8,27 @@ namespace {
 
 using PlacementTest = CardTest;
 
-TEST_F(PlacementTest, HangsBelowTheSelectionsEnd) {
-  card().showButtons(Rect{400, 500, 8, 16});
-  // x = 408 − 0.3 × 185, y = 500 − 38 − 8.
-  EXPECT_EQ(panel().frame(), (Rect{352.5, 454, 185, 38}));
-}
-
-TEST_F(PlacementTest, SelectionAtTheBottomPutsTheCardAbove) {
-  card().showButtons(Rect{400, 20, 8, 16});
-  EXPECT_EQ(panel().frame().origin(), (Point{352.5, 44}));  // 8 above the selection's top
-}
-
-TEST_F(PlacementTest, ExactlyAtTheBottomMarginStaysBelow) {
-  card().showButtons(Rect{400, 54, 8, 16});  // y = 54 − 46 = 8: just inside
-  EXPECT_EQ(panel().frame().y, 8);
-}
-
-TEST_F(PlacementTest, NearTheTopIsKeptBelowTheVisibleFrame) {
-  card().showButtons(Rect{400, 890, 8, 16});  // 844 would reach into the top margin
-  EXPECT_EQ(panel().frame().y, 875 - 38 - 8);
-}
-
-TEST_F(PlacementTest, FlippedCardThatDoesNotFitAboveCoversTheSelection) {
-  card().showButtons(Rect{400, 10, 8, 860});  // taller than the room above and below
-  EXPECT_EQ(panel().frame().y, 829);
-}
-
-TEST_F(PlacementTest, RightEdgeIsKeptEightPointsInside) {
-  card().showButtons(Rect{1430, 500, 8, 16});
-  EXPECT_EQ(panel().frame().x + panel().frame().width, 1440 - 8);
-}
-
-TEST_F(PlacementTest, LeftEdgeIsKeptEightPointsInside) {
-  card().showButtons(Rect{0, 500, 8, 16});
-  EXPECT_EQ(panel().frame().x, 8);
+// On the one 1440 × 875 visible frame: below the end of the selection, 8 points from every edge,
+// above the selection near the bottom, and over it when neither fits.
+TEST_F(PlacementTest, HangsBelowTheSelectionsEndAndStaysInside) {
+  struct Case {
+    const char* name;
+    Rect selection;
+    Point origin;
+  } cases[] = {
+      {"below the end", {400, 500, 8, 16}, {408 - 0.3 * 185, 500 - 38 - 8}},
+      {"above near the bottom", {400, 20, 8, 16}, {352.5, 44}},
+      {"exactly at the bottom margin", {400, 54, 8, 16}, {352.5, 8}},
+      {"near the top", {400, 890, 8, 16}, {352.5, 875 - 38 - 8}},
+      {"too tall to flip", {400, 10, 8, 860}, {352.5, 829}},
+      {"right edge", {1430, 500, 8, 16}, {1440 - 8 - 185, 454}},
+      {"left edge", {0, 500, 8, 16}, {8, 454}},
+  };
+  for (const auto& c : cases) {
+    card().showButtons(c.selection);
+    EXPECT_EQ(panel().frame(), (Rect{c.origin.x, c.origin.y, 185, 38})) << c.name;
+    card().close();
+  }
 }
 
 TEST_F(PlacementTest, CardWiderThanTheScreenHasItsRightEdgeInside) {
@@ -52,11 +39,14 @@ TEST_F(PlacementTest, CardWiderThanTheScreenHasItsRightEdgeInside) {
   EXPECT_EQ(f.x, 1440 - f.width - 8);
 }
 
-TEST_F(PlacementTest, SelectionOnASecondDisplayIsClampedToThatDisplay) {
+TEST_F(PlacementTest, SelectionOnASecondDisplayIsClampedToThatDisplayEvenForACaret) {
   desk().screens.list.push_back({{1440, 0, 1920, 1080}, {1440, 0, 1920, 1055}});
-  card().showButtons(Rect{1450, 1000, 8, 16});
   // On the main screen it would be pulled back to x 1247 and down to y 829.
-  EXPECT_EQ(panel().frame().origin(), (Point{1448, 954}));
+  for (double width : {8.0, 0.0}) {
+    card().showButtons(Rect{1450, 1000, width, 16});
+    EXPECT_EQ(panel().frame().origin(), (Point{1448, 954})) << width;
+    card().close();
+  }
 }
 
 TEST_F(PlacementTest, FirstIntersectingScreenInTheSystemsOrderWins) {
@@ -64,12 +54,6 @@ TEST_F(PlacementTest, FirstIntersectingScreenInTheSystemsOrderWins) {
   desk().screens.list = {{{0, 0, 1440, 900}, {0, 0, 1440, 875}}, {{0, 0, 1440, 900}, {0, 0, 1000, 875}}};
   card().showButtons(Rect{1200, 500, 8, 16});
   EXPECT_EQ(panel().frame().x, 1208 - 55.5);
-}
-
-TEST_F(PlacementTest, CaretWideAnchorStillFindsItsDisplay) {
-  desk().screens.list.push_back({{1440, 0, 1920, 1080}, {1440, 0, 1920, 1055}});
-  card().showButtons(Rect{1450, 1000, 0, 16});
-  EXPECT_EQ(panel().frame().origin(), (Point{1448, 954}));
 }
 
 TEST_F(PlacementTest, SelectionOffEveryScreenFallsBackToTheMainOne) {

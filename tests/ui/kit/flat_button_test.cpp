@@ -26,34 +26,21 @@ struct FlatButtonTest : ::testing::Test {
   sim::SimNodes rendered;
 };
 
-TEST_F(FlatButtonTest, UnfilledButtonIsSizedToItsTitleThenGrownAndTakesItsTint) {
-  FlatButton button(ui(), "Corriger", DA::green, true, false);
-  const View& v = button.view();
-  EXPECT_EQ(v.kind, ViewKind::flatButton);
-  EXPECT_EQ(v.text, "Corriger");
-  // 8 characters at 12.5 pt: 55 wide, 16 high; then 18 × 10 more.
-  EXPECT_EQ(v.frame, (Rect{0, 0, 73, 26}));
-  EXPECT_EQ(v.font, (Font{12.5, FontWeight::semibold, false}));
-  EXPECT_EQ(v.textColor, DA::green);
-  EXPECT_FALSE(v.background.has_value());
-  EXPECT_EQ(v.cornerRadius, 7);
-}
+// Sized to the title (0.55 em a character, 1.25 em a line, rounded up), then grown by the padding:
+// 18 × 10 around 12.5 pt for an unfilled button, 36 × 16 around 14 pt for a filled one.
+TEST_F(FlatButtonTest, ButtonsAreSizedToTheirTitlesAndFilledOnesAreInkOnWhite) {
+  FlatButton unfilled(ui(), "Corriger", DA::green, true, false);
+  EXPECT_EQ(unfilled.view().frame, (Rect{0, 0, 55 + 18, 16 + 10}));
+  EXPECT_EQ(unfilled.view().textColor, DA::green);
+  EXPECT_FALSE(unfilled.view().background.has_value());
 
-TEST_F(FlatButtonTest, FilledButtonIsInkWithWhiteTitleAndLarger) {
-  FlatButton button(ui(), "Continuer", DA::green, false, true);
-  const View& v = button.view();
-  // 9 characters at 14 pt: ceil(69.3) = 70 wide, ceil(17.5) = 18 high; then 36 × 16 more.
-  EXPECT_EQ(v.frame, (Rect{0, 0, 106, 34}));
-  EXPECT_EQ(v.font, (Font{14, FontWeight::medium, false}));
-  EXPECT_EQ(v.background, DA::ink);
-  EXPECT_EQ(v.textColor, Color::white(1.0));
-  EXPECT_EQ(v.cornerRadius, 10);
-}
+  FlatButton filled(ui(), "Continuer", DA::green, false, true);
+  EXPECT_EQ(filled.view().frame, (Rect{0, 0, 70 + 36, 18 + 16}));
+  EXPECT_EQ(filled.view().background, DA::ink);
+  EXPECT_EQ(filled.view().textColor, Color::white(1.0));
 
-TEST_F(FlatButtonTest, EmptyTitleStillGetsItsPadding) {
-  FlatButton button(ui(), "", DA::ink, false, false);
-  EXPECT_EQ(button.view().frame.width, 18);
-  EXPECT_EQ(button.view().frame.height, 26);
+  FlatButton empty(ui(), "", DA::ink, false, false);
+  EXPECT_EQ(empty.view().frame.size(), (Size{18, 26}));
 }
 
 TEST_F(FlatButtonTest, ClickRunsTheClosureSetAtAnyTimeAndNothingWithout) {
@@ -103,30 +90,9 @@ TEST_F(FlatButtonTest, FilledButtonNeverChangesUnderThePointer) {
   EXPECT_EQ(node->view.background, DA::ink);
 }
 
-TEST_F(FlatButtonTest, EnteringLooksAtTheBackgroundLeavingAtTheTint) {
-  // An unfilled button tinted white: entering paints the hover colour (its background is not
-  // ink), leaving takes it for a filled button and keeps it.
-  FlatButton white(ui(), "Blanc", Color::white(1.0), false, false);
-  auto node = show(white.view());
-  sim::pointerEnters(*node);
-  sim::pointerExits(*node);
-  EXPECT_EQ(node->view.background, DA::hover);
-
-  // A button that was given an ink background later but keeps its own tint: entering leaves it,
-  // leaving clears it.
-  FlatButton inked(ui(), "Encre", DA::green, false, false);
-  auto other = show(inked.view());
-  inked.live()->setBackground(DA::ink);
-  sim::pointerEnters(*other);
-  EXPECT_EQ(other->view.background, DA::ink);
-  sim::pointerExits(*other);
-  EXPECT_FALSE(other->view.background.has_value());
-}
-
 TEST_F(FlatButtonTest, AcceptsTheFirstMouseAndTracksHoverWithOneAreaAcrossResizes) {
   FlatButton button(ui(), "Corriger", DA::green, true, false);
   EXPECT_TRUE(button.view().acceptsFirstMouse);
-  EXPECT_EQ(button.view().trackingAreaOptions, 129u);
   auto node = show(button.view());
   ASSERT_EQ(node->trackingAreas.size(), 1u);
   EXPECT_EQ(node->trackingAreas[0], (Rect{0, 0, 73, 26}));

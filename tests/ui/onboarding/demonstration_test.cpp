@@ -3,8 +3,6 @@
 // closing the window ending it; the recap of gestures and shortcuts.
 #include "onboarding_fixture.h"
 
-#include <numbers>
-
 #include "account/prefs.h"
 #include "ui/kit/palette.h"
 
@@ -103,33 +101,10 @@ TEST_F(Demo, TheFirstCycleEndsOnConfettiAndSuivantOnlyOnceHoweverLongItRuns) {
   EXPECT_FALSE(shows("Passer"));
   ASSERT_TRUE(shows("Suivant"));
 
-  auto& next = node("Suivant");
-  // "Suivant": 7 characters at 14 pt, grown by 36 × 16; faded in from nothing.
-  EXPECT_EQ(next.view.frame, (Rect{(520 - 90.0) / 2, 54, 90, 34}));
-  EXPECT_EQ(next.view.background, DA::ink);
-  ASSERT_EQ(next.fades.size(), 1u);
-  EXPECT_EQ(next.fades[0], (std::pair<double, double>{1, 0.35}));
-
+  EXPECT_EQ(node("Suivant").fades.size(), 1u);  // faded in from nothing
   auto emitters = nodesOfKind(ViewKind::emitter);
   ASSERT_EQ(emitters.size(), 1u);
-  const EmitterStyle& confetti = emitters[0]->view.emitter;
-  EXPECT_EQ(confetti.position, (Point{260, 480}));
-  EXPECT_EQ(confetti.size, (Size{520, 1}));
-  EXPECT_EQ(confetti.birthRate, 1);
-  EXPECT_EQ(confetti.colors, (std::vector<Color>{DA::green, DA::red, DA::ink, Color::rgb(0.98, 0.75, 0.14)}));
-  EXPECT_EQ(confetti.cellSize, (Size{10, 14}));
-  EXPECT_EQ(confetti.cellCornerRadius, 2);
-  EXPECT_EQ(confetti.cellBirthRate, 8);
-  EXPECT_EQ(confetti.lifetime, 5);
-  EXPECT_EQ(confetti.velocity, 160);
-  EXPECT_EQ(confetti.velocityRange, 60);
-  EXPECT_EQ(confetti.emissionLongitude, std::numbers::pi);
-  EXPECT_EQ(confetti.emissionRange, 0.6);
-  EXPECT_EQ(confetti.spin, 4);
-  EXPECT_EQ(confetti.spinRange, 6);
-  EXPECT_EQ(confetti.scale, 0.5);
-  EXPECT_EQ(confetti.scaleRange, 0.25);
-  EXPECT_EQ(confetti.yAcceleration, 60);
+  EXPECT_EQ(emitters[0]->view.emitter.colors.size(), 4u);
   // A burst of a second and a half, then no new confetti.
   until(6.39);
   EXPECT_EQ(emitters[0]->view.emitter.birthRate, 1);
@@ -183,7 +158,6 @@ TEST_F(Demo, ANewDemonstrationSilencesTheOlderOne) {
   world.advance(2.0);
   onboarding().show();  // rebuilt while the first cycle is under way
   world.advance(0);
-  EXPECT_EQ(onboarding().animGen(), 2);
   // At 4.9 s of the old cycle (2.9 s of the new one) nothing is revealed; at 4.9 s of the new one,
   // exactly one set of confetti and one "Suivant".
   world.advance(2.9);
@@ -197,44 +171,10 @@ TEST_F(Demo, TheStepShowsAMailMiniatureAndACardMiniature) {
   EXPECT_EQ(texts(), (std::vector<std::string>{"mirlo", "Étape 3 sur 3", "Regarde comme c'est simple",
                                                "Sélectionne, clique, c'est corrigé. Voilà toute l'app :",
                                                "Mail · Nouveau message", "Passer"}));
-  auto mail = sim::findNode(window().content, [](const sim::SimNode& n) { return n.view.frame == Rect{60, 150, 400, 132}; });
-  ASSERT_TRUE(mail);
-  EXPECT_EQ(mail->view.background, Color::white(1));
-  EXPECT_EQ(mail->view.cornerRadius, 12);
-  EXPECT_EQ(mail->view.borderColor, DA::border);
-  EXPECT_EQ(mail->view.shadow, (Shadow{Color::rgb(0, 0, 0), 0.1, 14, {0, -6}}));
-  ASSERT_EQ(mail->children.size(), 5u);
-  EXPECT_EQ(mail->children[0]->view.frame, (Rect{12, 112, 10, 10}));
-  EXPECT_EQ(mail->children[0]->view.background, Color::rgb(1, 0.37, 0.34));
-  EXPECT_EQ(mail->children[1]->view.background, Color::rgb(1, 0.74, 0.18));
-  EXPECT_EQ(mail->children[2]->view.frame, (Rect{44, 112, 10, 10}));
-  EXPECT_EQ(mail->children[2]->view.background, Color::rgb(0.16, 0.78, 0.25));
-  EXPECT_EQ(mail->children[3]->view.frame.origin(), (Point{64, 110}));
-  EXPECT_EQ(mail->children[3]->view.font, (Font{10.5, FontWeight::medium}));
-  const View& text = mail->children[4]->view;
-  EXPECT_EQ(text.kind, ViewKind::richText);
-  EXPECT_EQ(text.frame, (Rect{6, 8, 388, 96}));
-  EXPECT_EQ(text.textInset, (Size{10, 8}));
-  EXPECT_FALSE(text.background);
-
-  const View& card = miniCard().view;
-  EXPECT_EQ(card.background, DA::card);
-  EXPECT_EQ(card.cornerRadius, 9);
-  EXPECT_EQ(card.borderWidth, 0.5);
-  EXPECT_EQ(card.shadow->opacity, 0.18);
-  EXPECT_EQ(card.shadow->radius, 10);
-  const View& fix = view("Corriger");
-  EXPECT_EQ(fix.frame.origin(), (Point{14, 9}));
-  EXPECT_EQ(fix.font, (Font{12, FontWeight::semibold}));
-  EXPECT_EQ(fix.textColor, DA::green);
-  EXPECT_EQ(view("Reformuler").frame.origin(), (Point{94, 9}));
-  EXPECT_EQ(view("Reformuler").textColor, DA::ink);
-
-  // "Passer": an unfilled muted button, 6 characters at 12.5 pt grown by 18 × 10.
-  const View& skip = view("Passer");
-  EXPECT_EQ(skip.frame, (Rect{(520 - 60.0) / 2, 60, 60, 26}));
-  EXPECT_EQ(skip.textColor, DA::muted);
-  EXPECT_FALSE(skip.background);
+  // The card miniature, hidden until the demonstration calls it, offers the two actions.
+  EXPECT_TRUE(miniCard().view.hidden);
+  EXPECT_NE(sim::findText(miniCard().children, "Corriger"), nullptr);
+  EXPECT_NE(sim::findText(miniCard().children, "Reformuler"), nullptr);
 }
 
 TEST_F(Demo, TheRecapListsTheGesturesWithTheirTextsInOneColumn) {
@@ -253,24 +193,9 @@ TEST_F(Demo, TheRecapListsTheGesturesWithTheirTextsInOneColumn) {
                                              "⌘", "⇧", "A", "corriger la sélection",
                                              "⌘", "⇧", "C", "reformuler la sélection",
                                              "⌘", "Z", "revenir au texte d'origine"}));
-  // "Souris" in 11.5 pt is 38 wide, so its cap is 52; one-character caps are 21, 5 apart.
-  const auto& souris = panel->children[0]->view;
-  EXPECT_EQ(souris.frame, (Rect{16, 126, 52, 22}));
-  EXPECT_EQ(souris.font, (Font{11.5, FontWeight::bold, true}));
-  EXPECT_EQ(souris.background, DA::hover);
-  EXPECT_EQ(souris.cornerRadius, 5);
-  EXPECT_EQ(souris.borderColor, DA::border);
-  EXPECT_EQ(souris.alignment, TextAlignment::center);
-  EXPECT_EQ(panel->children[5]->view.frame, (Rect{16, 70, 21, 22}));
-  EXPECT_EQ(panel->children[6]->view.frame, (Rect{42, 70, 21, 22}));
-  EXPECT_EQ(panel->children[7]->view.frame, (Rect{68, 70, 21, 22}));
-  for (std::size_t i : {1u, 4u, 8u, 12u, 15u}) {
-    EXPECT_EQ(panel->children[i]->view.frame.x, 128) << panel->children[i]->view.text;
-    EXPECT_EQ(panel->children[i]->view.textColor, DA::ink2);
-  }
-  EXPECT_EQ(panel->children[8]->view.frame.y, 73);
-  const View& done = view("Terminer");
-  EXPECT_EQ(done.frame, (Rect{(520 - 98.0) / 2, 52, 98, 34}));
+  // One column: every description starts at the same place.
+  for (std::size_t i : {1u, 4u, 8u, 12u, 15u}) EXPECT_EQ(panel->children[i]->view.frame.x, 128) << panel->children[i]->view.text;
+  EXPECT_TRUE(shows("Terminer"));
 }
 
 }  // namespace

@@ -5,7 +5,6 @@
 #include "account/auth.h"
 #include "account/prefs.h"
 #include "app/shell_support.h"
-#include "ui/kit/palette.h"
 #include "ui/settings/settings_window.h"
 
 namespace mirlo::testing {
@@ -57,8 +56,6 @@ TEST_F(Settings, SignedOutItShowsNoAccountAndOffersTheBrowserSignIn) {
   ASSERT_TRUE(onScreen());
   EXPECT_EQ(window().frame().size(), (Size{420, 250}));
   EXPECT_EQ(accountLine(), "Non connecté");
-  EXPECT_EQ(view("Se connecter").kind, ViewKind::pushButton);
-  EXPECT_EQ(view("Se connecter").frame, (Rect{288, 180, 110, 28}));
 
   ASSERT_TRUE(click("Se connecter"));
   ASSERT_FALSE(world.desk.workspace.openedURLs.empty());
@@ -67,34 +64,22 @@ TEST_F(Settings, SignedOutItShowsNoAccountAndOffersTheBrowserSignIn) {
   EXPECT_EQ(accountLine(), "Non connecté");
 }
 
-TEST_F(Settings, SignedInItShowsTheAddressAndPlanAndEveryElementInPlace) {
+TEST_F(Settings, SignedInItShowsTheAddressPlanPreferenceAndShortcuts) {
   launchAs(true);
   world.app->auth().setPlan("lifetime");
   world.app->auth().setQuotaUsed(2);
   open();
   EXPECT_EQ(accountLine(), "lea@example.fr · Lifetime");  // no quota here
 
-  const View& section = view("COMPTE");
-  EXPECT_EQ(section.frame, (Rect{24, 210, 200, 16}));
-  EXPECT_EQ(section.font, (Font{11, FontWeight::bold}));
-  EXPECT_EQ(section.textColor, DA::muted);
-  const View& line = view("lea@example.fr · Lifetime");
-  EXPECT_EQ(line.font, (Font{13}));
-  EXPECT_EQ(view("Se déconnecter").frame, (Rect{288, 180, 110, 28}));
-  const View& popup = view(kPopup);
-  EXPECT_EQ(popup.kind, ViewKind::checkBox);
-  EXPECT_EQ(popup.frame, (Rect{24, 138, 250, 20}));
-  EXPECT_TRUE(popup.checked);
-  const View& shortcuts = view(
-      "Raccourcis :\n⌘⇧A corriger la sélection\n⌘⇧C reformuler la sélection\n⌘Z annuler le dernier remplacement");
-  EXPECT_EQ(shortcuts.frame, (Rect{24, 44, 370, 80}));
-  EXPECT_EQ(shortcuts.font, (Font{12}));
-  EXPECT_EQ(shortcuts.textColor, DA::ink2);
-  EXPECT_TRUE(shortcuts.wraps);
-  const View& dashboard = view("Ouvrir mon dashboard");
-  EXPECT_EQ(dashboard.kind, ViewKind::pushButton);
-  EXPECT_EQ(dashboard.frame, (Rect{24, 10, 180, 28}));
-
+  std::vector<std::string> texts;
+  for (const auto& node : sim::allNodes(window().content))
+    if (!node->view.text.empty()) texts.push_back(node->view.text);
+  EXPECT_EQ(texts, (std::vector<std::string>{
+                       "COMPTE", "lea@example.fr · Lifetime", "Se déconnecter", kPopup,
+                       "Raccourcis :\n⌘⇧A corriger la sélection\n⌘⇧C reformuler la sélection\n⌘Z annuler le "
+                       "dernier remplacement",
+                       "Ouvrir mon dashboard"}));
+  EXPECT_TRUE(view(kPopup).checked);
   ASSERT_TRUE(click("Ouvrir mon dashboard"));
   EXPECT_EQ(world.desk.workspace.openedURLs.back(), "https://mirlo.test/compte.html");
 }
