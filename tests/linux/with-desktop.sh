@@ -29,13 +29,17 @@ cleanup() {
 }
 trap cleanup EXIT
 
-# Xvfb picks a free display number and writes it to the descriptor given.
+# Xvfb picks a free display number and writes it, with a newline, to the descriptor given. The
+# file exists before Xvfb starts: the redirection below happens in the background job, later.
+: >"$workdir/display"
 Xvfb -displayfd 3 -screen 0 1280x800x24 -nolisten tcp 3>"$workdir/display" >"$workdir/xvfb.log" 2>&1 &
 pids+=($!)
 number=""
 for _ in $(seq 200); do
-  number=$(tr -dc 0-9 <"$workdir/display")
-  [[ -n $number ]] && break
+  if [[ $(<"$workdir/display") == *[0-9]* ]] && [[ $(tail -c1 "$workdir/display" | od -An -c) == *'\n'* ]]; then
+    number=$(tr -dc 0-9 <"$workdir/display")
+    break
+  fi
   kill -0 "${pids[0]}" 2>/dev/null || break
   sleep 0.05
 done
@@ -53,10 +57,18 @@ pids+=($!)
 openbox >"$workdir/openbox.log" 2>&1 &
 pids+=($!)
 
-# Ready when the window manager announces itself on the root window.
-for _ in $(seq 100); do
-  xprop -root _NET_SUPPORTING_WM_CHECK 2>/dev/null | grep -q 'window id' && break
+# Ready when the window manager announces itself on the root window. Without it windows are
+# never activated and typed keys go nowhere: a desktop without one is a failure, not a run.
+wm_ready=""
+for _ in $(seq 400); do
+  kill -0 "${pids[-1]}" 2>/dev/null || break
+  xprop -root _NET_SUPPORTING_WM_CHECK 2>/dev/null | grep -q 'window id' && wm_ready=1 && break
   sleep 0.05
 done
+if [[ -z $wm_ready ]]; then
+  echo "with-desktop: the window manager did not start on $DISPLAY" >&2
+  cat "$workdir/openbox.log" >&2
+  exit 1
+fi
 
 "$@"
