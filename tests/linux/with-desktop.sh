@@ -31,8 +31,10 @@ trap cleanup EXIT
 
 # Xvfb picks a free display number and writes it, with a newline, to the descriptor given. The
 # file exists before Xvfb starts: the redirection below happens in the background job, later.
+# -noreset: by default the server resets when its last client leaves, and a client connecting
+# during the reset is refused (dbus-launch comes and goes just before the window manager starts).
 : >"$workdir/display"
-Xvfb -displayfd 3 -screen 0 1280x800x24 -nolisten tcp 3>"$workdir/display" >"$workdir/xvfb.log" 2>&1 &
+Xvfb -displayfd 3 -noreset -screen 0 1280x800x24 -nolisten tcp 3>"$workdir/display" >"$workdir/xvfb.log" 2>&1 &
 pids+=($!)
 number=""
 for _ in $(seq 200); do
@@ -67,7 +69,7 @@ for _ in $(seq 400); do
 done
 if [[ -z $wm_ready ]]; then
   echo "with-desktop: the window manager did not start on $DISPLAY" >&2
-  cat "$workdir/openbox.log" >&2
+  cat "$workdir/openbox.log" "$workdir/xvfb.log" >&2
   exit 1
 fi
 
