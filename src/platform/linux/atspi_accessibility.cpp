@@ -207,6 +207,14 @@ struct AtspiAccessibility::Impl {
       return static_cast<AtspiAccessible*>(g_object_ref(lastFocused));
     auto front = workspace.frontmostApplication();
     if (!front) return nullptr;
+    // A keyboard grab (ours, while a hot key is down; a menu's) takes the focus from the window
+    // without activating another one, and the toolkit clears the focused state until the grab
+    // ends. The element named last still has the focus for the person if its window is in front.
+    if (lastFocused && !hasState(lastFocused, ATSPI_STATE_DEFUNCT)) {
+      Error error;
+      if (static_cast<std::int32_t>(atspi_accessible_get_process_id(lastFocused, &error)) == front->pid && !error)
+        return static_cast<AtspiAccessible*>(g_object_ref(lastFocused));
+    }
     AtspiAccessible* app = applicationOf(front->pid);
     if (!app) return nullptr;
     AtspiAccessible* found = focusedUnder(app);

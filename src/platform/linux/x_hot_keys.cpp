@@ -2,6 +2,8 @@
 
 #include "platform/linux/key_table.h"
 
+#include <X11/XKBlib.h>
+
 namespace mirlo::linuxdesk {
 
 namespace {
@@ -51,6 +53,9 @@ class XHotKeyRef final : public HotKeyRef {
 };
 
 XHotKeys::XHotKeys() {
+  // Without it a held key repeats as release-and-press pairs, and each release would count.
+  Bool supported = False;
+  XkbSetDetectableAutoRepeat(x_.display(), True, &supported);
   x_.watch([this](XEvent& event) { handle(event); });
 }
 
@@ -88,11 +93,18 @@ void XHotKeys::ungrab(unsigned keyCode, unsigned modifiers) {
 }
 
 void XHotKeys::handle(XEvent& event) {
+  if (event.type == KeyRelease) {
+    if (!pressed_ || pressed_->keyCode != event.xkey.keycode) return;
+    const HotKeyID id = pressed_->id;
+    pressed_.reset();
+    if (handler_) handler_(PressedHotKey(id));
+    return;
+  }
   if (event.type != KeyPress) return;
   const unsigned state = event.xkey.state & ~kIgnored & (ShiftMask | ControlMask | Mod1Mask | Mod4Mask);
   for (const auto& [slot, grab] : grabs_) {
     if (grab.keyCode == event.xkey.keycode && grab.modifiers == state) {
-      if (handler_) handler_(PressedHotKey(grab.id));
+      pressed_ = grab;
       return;
     }
   }
