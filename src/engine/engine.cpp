@@ -47,17 +47,19 @@ void Engine::process(const std::string& text, const std::string& mode, AXElement
 void Engine::finish(const CorrectionResult& result, const std::string& original, const AXElementRef& element,
                     std::int64_t location) {
   if (const auto* answer = std::get_if<std::string>(&result)) {
+    std::optional<std::string> textAfter;
     if (element) {
       if (app_.ax().setSelectedText(element, *answer)) {
         app_.ax().setSelectedRange(element, location, text::utf16Length(*answer));
         app_.watcher().forget();
+        textAfter = app_.ax().textValue(element);
       } else {
         pasteReplace(*answer);
       }
     } else {
       pasteReplace(*answer);
     }
-    undoInfo_ = UndoInfo{element, location, original, *answer, app_.platform().mainQueue.now()};
+    undoInfo_ = UndoInfo{element, location, original, *answer, app_.platform().mainQueue.now(), textAfter};
     app_.card().close();
     app_.notifications().post(Engine::corrected);
   } else if (const auto* error = std::get_if<MirloError>(&result)) {

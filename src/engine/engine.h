@@ -38,6 +38,7 @@ class Engine {
     std::string original;
     std::string corrected;
     double at = 0;  // main-queue time of the replacement
+    std::optional<std::string> textAfter;  // the element's whole text just after the write
   };
 
   explicit Engine(App& app);

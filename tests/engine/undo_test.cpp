@@ -76,6 +76,18 @@ TEST_F(UndoAfterCorrection, AfterTheApplicationsOwnUndoOnlySelectsTheOriginal) {
   EXPECT_EQ(world.desk.accessibility.callCount("set AXSelectedText"), 1u);
 }
 
+TEST_F(UndoAfterCorrection, AnUndoThatTookBackOnlyTheInsertionGetsTheOriginalBack) {
+  app.element->undoesInTwoSteps = true;
+  correct("😀 ça va ?", "😀 Ça va ?");
+  pressUndo();
+  // The application's own undo removed the correction and left a hole where the original was.
+  EXPECT_EQ(world.desk.frontText(), "Salut  À bientôt");
+  world.advance(0.25);
+  EXPECT_EQ(world.desk.frontText(), "Salut 😀 ça va ? À bientôt");
+  EXPECT_EQ(world.desk.frontElement()->selectedText(), "😀 ça va ?");
+  EXPECT_EQ(world.app->card().state(), Card::State::buttons);
+}
+
 TEST_F(UndoAfterCorrection, TextEditedAwayIsNotWritten) {
   app.behaviour.undoes = false;
   correct("ça va ?", "ça va bien ?");

@@ -26,6 +26,11 @@ bool SimElement::replaceSelection(const std::string& replacement) {
   history.push_back({text, selection});
   auto begin = *text::utf8OffsetOfUtf16(text, selection.location);
   auto end = *text::utf8OffsetOfUtf16(text, selection.location + selection.length);
+  if (undoesInTwoSteps && end > begin && !replacement.empty()) {
+    text.erase(begin, end - begin);
+    history.push_back({text, {selection.location, 0}});
+    end = begin;
+  }
   text.replace(begin, end - begin, replacement);
   selection = {selection.location + text::utf16Length(replacement), 0};
   return true;

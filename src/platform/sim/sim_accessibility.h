@@ -32,6 +32,9 @@ class SimElement final : public AXElement {
   bool selectedTextSettable = true;  // what the settable test answers for "AXSelectedText"
   bool acceptsSelectedText = true;   // settable, yet the write itself may fail
   bool acceptsSelectedRange = true;
+  // GTK's text views record a replacement as two edits, the deletion and then the insertion, and
+  // their undo takes back one at a time.
+  bool undoesInTwoSteps = false;
 
   // Answers given instead of the real ones, attribute by attribute (a value of the wrong type,
   // say). For "AXBoundsForRange" it replaces the answer for every range.
