@@ -229,28 +229,36 @@ class E2E:
         print("accessibility path: keyboard, Control+Z and mouse corrections in place")
 
     def clipboard_path(self):
-        editor, path, _ = self.open_editor("blind-editor", accessible=False)
+        editor, path, window = self.open_editor("blind-editor", accessible=False)
         sentence = "Il fait tres beau."
         self.type_text(sentence)
-        run("sh", "-c", "printf %s \"$0\" | xclip -selection clipboard", PERSONS_CLIPBOARD)
-        wait_for(lambda: run("xclip", "-o", "-selection", "clipboard", check=False).stdout == PERSONS_CLIPBOARD,
-                 10, "the person's clipboard")
+        # Saved once, so that the title's mark tells when the correction has been pasted.
+        self.press("ctrl+s")
+        wait_for(lambda: self.title(window) and not self.title(window).startswith("*"), 10, "the file saved")
+        # xclip stays behind to serve the clipboard: its output must not be waited on.
+        subprocess.run(["xclip", "-selection", "clipboard", "-i"], input=PERSONS_CLIPBOARD, text=True,
+                       stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, check=True, env=self.env)
+        wait_for(lambda: self.clipboard() == PERSONS_CLIPBOARD, 10, "the person's clipboard")
 
         self.press("ctrl+a")
         self.fix_hot_key()
-
-        def saved_text():
-            self.press("ctrl+s")
-            with open(path, encoding="utf-8") as f:
-                text = f.read().rstrip("\n")
-            return text if text and text != sentence else None
-
-        corrected = wait_for(saved_text, 30, "the correction pasted into the editor")
+        wait_for(lambda: self.title(window).startswith("*"), 30, "the correction pasted into the editor")
+        # The person's text comes back once the paste is done; only then is it safe to save.
+        wait_for(lambda: self.clipboard() == PERSONS_CLIPBOARD, 10, "the person's clipboard text to come back")
+        self.press("ctrl+s")
+        wait_for(lambda: not self.title(window).startswith("*"), 10, "the corrected file saved")
+        with open(path, encoding="utf-8") as f:
+            corrected = f.read().rstrip("\n")
         if corrected != "Il fait très beau.":
             raise Failure(f"the clipboard path did not replace the selection: {corrected!r}")
-        wait_for(lambda: run("xclip", "-o", "-selection", "clipboard", check=False).stdout == PERSONS_CLIPBOARD,
-                 10, "the person's clipboard text to come back")
         print("clipboard path: corrected through copy and paste, the clipboard given back")
+
+    @staticmethod
+    def title(window):
+        return run("xdotool", "getwindowname", window, check=False).stdout.strip()
+
+    def clipboard(self):
+        return run("xclip", "-o", "-selection", "clipboard", check=False, timeout=5).stdout
 
     def main(self):
         self.start_service()
