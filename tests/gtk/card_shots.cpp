@@ -61,6 +61,12 @@ int main(int argc, char** argv) {
                  "puis réessaie.",
                  false);
   shoot(dir, "card-error-long", world);
+  std::string refusal = "Le service a refusé la demande : ";
+  while (refusal.size() < 420) refusal += "la correction n'a pas pu aboutir pour une raison que le serveur détaille ici. ";
+  card.showError(refusal, false);
+  shoot(dir, "card-error-very-long", world);
+  card.showError("https://mirlo.test/erreurs/" + std::string(160, 'x') + "/fin", false);
+  shoot(dir, "card-error-unbroken", world);
   card.close();
   settle();
   return 0;

@@ -42,6 +42,8 @@ struct GtkWorld {
   explicit GtkWorld(double width = 1280, double height = 800) {
     desk.screens.list = {{{0, 0, width, height}, {0, 0, width, height}}};
     desk.screens.mouse = {width / 2, height / 2};
+    // The GTK renderer draws the Linux program: its texts name a PC keyboard.
+    desk.appInfo.system = HostSystem::linuxDesktop;
     app = std::make_unique<App>(withUI(desk.platform(), ui), AppConfig::fromBuild());
   }
   ~GtkWorld() {

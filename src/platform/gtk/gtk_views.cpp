@@ -10,6 +10,9 @@ namespace {
 
 constexpr double kPi = 3.14159265358979323846;
 
+// Inter first when it is installed: its widths are close to those of the Mac system font the
+// layouts were drawn for, and it has the medium and semibold weights the desktop font often lacks.
+// Fontconfig skips a family that is missing, so the desktop's own font follows as the fallback.
 std::string systemFamily() {
   gchar* name = nullptr;
   if (auto* settings = gtk_settings_get_default()) g_object_get(settings, "gtk-font-name", &name, nullptr);
@@ -20,7 +23,7 @@ std::string systemFamily() {
     pango_font_description_free(desc);
     g_free(name);
   }
-  return family;
+  return "Inter," + family;
 }
 
 PangoWeight pangoWeight(FontWeight weight) {

@@ -60,4 +60,12 @@ std::shared_ptr<Window> HeadlessUI::createWindow(Size contentSize) { return std:
 
 std::optional<std::string> BuildAppInfo::shortVersionString() { return std::string(config::kVersion); }
 
+HostSystem BuildAppInfo::hostSystem() {
+#if defined(__APPLE__)
+  return HostSystem::macOS;
+#else
+  return HostSystem::linuxDesktop;
+#endif
+}
+
 }  // namespace mirlo::host

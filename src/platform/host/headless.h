@@ -94,10 +94,11 @@ class HeadlessUI final : public UI {
   void terminate() override {}
 };
 
-// The version this program was built as.
+// The version this program was built as, on the system it was built for.
 class BuildAppInfo final : public AppInfo {
  public:
   std::optional<std::string> shortVersionString() override;
+  HostSystem hostSystem() override;
 };
 
 }  // namespace mirlo::host

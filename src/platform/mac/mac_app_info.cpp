@@ -16,6 +16,8 @@ class MacAppInfo final : public AppInfo {
     if (!value || CFGetTypeID(value) != CFStringGetTypeID()) return std::nullopt;
     return toUTF8(static_cast<CFStringRef>(value));
   }
+
+  HostSystem hostSystem() override { return HostSystem::macOS; }
 };
 
 }  // namespace

@@ -3,6 +3,7 @@
 #import <AppKit/AppKit.h>
 #import <QuartzCore/QuartzCore.h>
 
+#include <cmath>
 #include <functional>
 #include <utility>
 #include <vector>
@@ -658,6 +659,11 @@ class MacUI final : public UI {
     else if (view.kind == ViewKind::flatButton || view.kind == ViewKind::pushButton || view.kind == ViewKind::checkBox)
       control = makeButton(view);
     if (!control) return view.frame.size();
+    if (view.kind == ViewKind::label && view.wraps && view.frame.width > 0) {
+      // A wrapping label keeps its width and grows as many lines as its text needs there.
+      const NSSize fitted = [[control cell] cellSizeForBounds:NSMakeRect(0, 0, view.frame.width, 1e7)];
+      return {view.frame.width, std::ceil(fitted.height)};
+    }
     [control sizeToFit];
     const NSRect fitted = [control frame];
     return {fitted.size.width, fitted.size.height};

@@ -197,7 +197,9 @@ class SimDefaults final : public Defaults {
 class SimAppInfo final : public AppInfo {
  public:
   std::optional<std::string> version = std::string("1.0");
+  HostSystem system = HostSystem::macOS;  // the simulated desktop behaves as a Mac unless told
   std::optional<std::string> shortVersionString() override { return version; }
+  HostSystem hostSystem() override { return system; }
 };
 
 }  // namespace mirlo::sim

@@ -248,14 +248,23 @@ std::shared_ptr<Window> SimUI::createWindow(Size contentSize) {
 Size SimUI::sizeToFit(const View& view) {
   // A fixed, predictable metric: each user-perceived character is 0.55 em wide, a line 1.25 em
   // high. Real platforms measure with their fonts.
+  // A wrapping label with a width breaks its lines there, anywhere in a word.
   const double em = view.font.size;
+  const double perLine = view.wraps && view.frame.width > 0 ? std::floor(view.frame.width * 100 / (em * 55)) : 0;
+  const std::size_t most = perLine >= 1 ? static_cast<std::size_t>(perLine) : 0;
   std::size_t longest = 0, lines = 0;
   std::size_t start = 0;
   const std::string& s = view.text;
   while (true) {
     auto end = s.find('\n', start);
-    longest = std::max(longest, text::graphemeCount(std::string_view(s).substr(start, end - start)));
-    ++lines;
+    const std::size_t count = text::graphemeCount(std::string_view(s).substr(start, end - start));
+    if (most && count > most) {
+      longest = std::max(longest, most);
+      lines += (count + most - 1) / most;
+    } else {
+      longest = std::max(longest, count);
+      ++lines;
+    }
     if (end == std::string::npos) break;
     start = end + 1;
   }

@@ -61,6 +61,20 @@ std::shared_ptr<CardPanel> makeCardPanel(UI& ui, Size size, Point at, bool click
 constexpr Font kText{13, FontWeight::medium, false};
 constexpr Font kMark{13, FontWeight::bold, false};
 
+// Beyond this width a card's text goes on to further lines: a long message from the service (or a
+// word with no space in it) would otherwise make a card wider than the screen.
+constexpr double kMaxTextWidth = 420;
+
+// A card's message: one line when it is short enough, else wrapped to the widest line allowed.
+View cardText(UI& ui, const std::string& text, Font font, Color color) {
+  View view = kit::label(ui, text, font, color);
+  if (view.frame.width <= kMaxTextWidth) return view;
+  view.wraps = true;
+  view.frame.width = kMaxTextWidth;
+  view.frame.height = ui.sizeToFit(view).height;
+  return view;
+}
+
 // The card's buttons: unfilled flat buttons, so 12.5 pt in their tint.
 FlatButton cardButton(UI& ui, const std::string& title, bool bold, Color tint, std::function<void()> onClick) {
   FlatButton button(ui, title, tint, bold, false);
@@ -121,7 +135,7 @@ void Card::showConnect(std::optional<Rect> anchor) {
 
 void Card::showProgress(const std::string& text) {
   UI& ui = app_.platform().ui;
-  View label = kit::label(ui, text, kText, DA::ink2);
+  View label = cardText(ui, text, kText, DA::ink2);
   View spinner;
   spinner.kind = ViewKind::spinner;
   spinner.frame = {0, 0, 16, 16};
@@ -138,7 +152,7 @@ void Card::showNotice(const std::string& text) {
   anchor_.reset();
   UI& ui = app_.platform().ui;
   View mark = kit::label(ui, "✓", kMark, DA::green);
-  View body = kit::label(ui, text, kText, DA::ink);
+  View body = cardText(ui, text, kText, DA::ink);
   const double height = body.frame.height + 18;
   const double width = mark.frame.width + 14 + 8 + body.frame.width + 14;
   placeCentred(mark, 14, height);
@@ -149,7 +163,7 @@ void Card::showNotice(const std::string& text) {
 void Card::showSuccess(const std::string& text, std::function<void()> undo) {
   UI& ui = app_.platform().ui;
   View mark = kit::label(ui, "✓", kMark, DA::green);
-  View body = kit::label(ui, text, kText, DA::ink);
+  View body = cardText(ui, text, kText, DA::ink);
   // The card closes before the undo runs, so the undo's own feedback starts from a closed card.
   auto closeCard = life_.guard([this] { close(); });
   auto cancel = cardButton(ui, "Annuler", false, DA::muted, [closeCard, undo = std::move(undo)]() mutable {
@@ -169,7 +183,7 @@ void Card::showError(const std::string& message, bool upsell) {
   UI& ui = app_.platform().ui;
   View mark = upsell ? kit::label(ui, "3/3", Font{12, FontWeight::bold, false}, DA::ink)
                      : kit::label(ui, "!", kMark, DA::red);
-  View body = kit::label(ui, message, kText, DA::ink);
+  View body = cardText(ui, message, kText, DA::ink);
   std::optional<View> button;
   if (upsell) {
     auto closeCard = life_.guard([this] { close(); });

@@ -6,8 +6,10 @@
 #include "account/prefs.h"
 #include "app/app.h"
 #include "app/app_delegate.h"
+#include "platform/keyboard.h"
 #include "ui/kit/flat_button.h"
 #include "ui/kit/palette.h"
+#include "ui/kit/system_words.h"
 #include "ui/kit/views.h"
 #include "ui/onboarding/onboarding.h"
 #include "ui/onboarding/pages.h"
@@ -60,18 +62,31 @@ View keyCap(UI& ui, const std::string& key, double x, double y) {
   return cap;
 }
 
-// One line of the recap: its key caps from the left, then the text, in a column at 128 unless the
-// caps need more room.
-void recapRow(UI& ui, View& panel, double y, const std::vector<std::string>& keys, const std::string& text) {
-  double x = 16;
-  double end = x;
-  for (const auto& key : keys) {
-    View cap = keyCap(ui, key, x, y);
-    end = kit::rightEdge(cap);
-    x = end + 5;
-    panel.children.push_back(std::move(cap));
+struct RecapRow {
+  double y;
+  std::vector<std::string> keys;
+  std::string text;
+};
+
+// The recap's lines: each one's key caps from the left, then its text. The texts line up in a
+// column at 128, moved right as far as the widest row of caps needs (key names are longer on a PC
+// keyboard than the Mac's symbols).
+void recapRows(UI& ui, View& panel, const std::vector<RecapRow>& rows) {
+  double column = 128;
+  std::vector<std::vector<View>> caps;
+  for (const RecapRow& row : rows) {
+    double x = 16;
+    caps.emplace_back();
+    for (const auto& key : row.keys) {
+      caps.back().push_back(keyCap(ui, key, x, row.y));
+      x = kit::rightEdge(caps.back().back()) + 5;
+      column = std::max(column, x + 1);
+    }
   }
-  panel.children.push_back(placedAt(kit::label(ui, text, Font{12.5}, DA::ink2), std::max(end + 6, 128.0), y + 3));
+  for (std::size_t i = 0; i < rows.size(); ++i) {
+    for (View& cap : caps[i]) panel.children.push_back(std::move(cap));
+    panel.children.push_back(placedAt(kit::label(ui, rows[i].text, Font{12.5}, DA::ink2), column, rows[i].y + 3));
+  }
 }
 
 }  // namespace
@@ -263,17 +278,20 @@ void Onboarding::showRecap() {
   if (!window_ || !window_->isVisible()) return;
   UI& ui = app_.platform().ui;
   View recap = container();
-  header(recap, "", "🎉 C'est parti !", "Mirlo vit dans ta barre de menus (le M en haut à droite).");
+  const HostSystem system = app_.platform().appInfo.hostSystem();
+  header(recap, "", "🎉 C'est parti !", words::whereMirloLives(system));
 
   View panel = kit::box({70, 108, 380, 158}, kWhite);
   panel.cornerRadius = 14;
   panel.borderWidth = 1;
   panel.borderColor = DA::border;
-  recapRow(ui, panel, 126, {"Souris"}, "sélectionne → la carte apparaît");
-  recapRow(ui, panel, 98, {"⌘", "A"}, "maintenu 1 s → la carte apparaît");
-  recapRow(ui, panel, 70, {"⌘", "⇧", "A"}, "corriger la sélection");
-  recapRow(ui, panel, 42, {"⌘", "⇧", "C"}, "reformuler la sélection");
-  recapRow(ui, panel, 14, {"⌘", "Z"}, "revenir au texte d'origine");
+  constexpr std::uint64_t command = modifier::command, commandShift = modifier::command | modifier::shift;
+  recapRows(ui, panel,
+            {{126, {"Souris"}, "sélectionne → la carte apparaît"},
+             {98, words::keyCaps(system, command, "A"), "maintenu 1 s → la carte apparaît"},
+             {70, words::keyCaps(system, commandShift, "A"), "corriger la sélection"},
+             {42, words::keyCaps(system, commandShift, "C"), "reformuler la sélection"},
+             {14, words::keyCaps(system, command, "Z"), "revenir au texte d'origine"}});
   recap.children.push_back(std::move(panel));
 
   FlatButton done(ui, "Terminer", kWhite, true, true);

@@ -9,6 +9,7 @@
 #include "app/app_delegate.h"
 #include "ui/kit/flat_button.h"
 #include "ui/kit/palette.h"
+#include "ui/kit/system_words.h"
 #include "ui/kit/views.h"
 #include "ui/onboarding/pages.h"
 
@@ -173,17 +174,20 @@ void Onboarding::header(View& box, const std::string& step, const std::string& t
   box.children.push_back(std::move(subtitle));
 }
 
-View Onboarding::settingsMiniature() {
+View Onboarding::settingsMiniature(HostSystem system) {
   UI& ui = app_.platform().ui;
+  const bool mac = system == HostSystem::macOS;
   View pane = kit::box({100, 152, 320, 96}, Color::white(0.97));
   pane.cornerRadius = 10;
   pane.borderWidth = 1;
   pane.borderColor = DA::border;
-  pane.children.push_back(placedAt(kit::label(ui, "Confidentialité et sécurité  ›  Accessibilité",
-                                        Font{10.5, FontWeight::semibold}, DA::muted),
-                             12, 76));
-  pane.children.push_back(permissionRow(ui, 42, "Autre app", false, false));
-  pane.children.push_back(permissionRow(ui, 8, "Mirlo", true, true));
+  // A Mac grants the access to each program; a Linux desktop switches it on for all of them.
+  pane.children.push_back(placedAt(kit::label(ui, mac ? "Confidentialité et sécurité  ›  Accessibilité"
+                                                      : "Réglages  ›  Accessibilité",
+                                              Font{10.5, FontWeight::semibold}, DA::muted),
+                                   12, 76));
+  pane.children.push_back(permissionRow(ui, 42, mac ? "Autre app" : "Lecteur d'écran", false, false));
+  pane.children.push_back(permissionRow(ui, 8, mac ? "Mirlo" : "Technologies d'assistance", true, true));
   View pointer = kit::label(ui, "← à activer", Font{11, FontWeight::bold}, DA::red);
   pointer.frame.x = 322 - pointer.frame.width - 66;
   pointer.frame.y = -12;
@@ -193,23 +197,38 @@ View Onboarding::settingsMiniature() {
 
 View Onboarding::stepAccessibility() {
   UI& ui = app_.platform().ui;
+  const HostSystem system = app_.platform().appInfo.hostSystem();
   View step = container();
-  header(step, "Étape 2 sur 3", "Autorise Mirlo à lire ta sélection",
-         "Permission macOS indispensable pour corriger le texte là où il est.\nTes textes ne sont jamais stockés.");
-  step.children.push_back(settingsMiniature());
-  step.children.push_back(
-      centred(kit::label(ui, "①  Clique le bouton   ②  Active l'interrupteur Mirlo   ③  Reviens ici",
-                         Font{12, FontWeight::medium}, DA::ink2),
-              120));
+  header(step, "Étape 2 sur 3", "Autorise Mirlo à lire ta sélection", words::permissionReason(system));
+  step.children.push_back(settingsMiniature(system));
 
-  FlatButton open(ui, "Ouvrir les Réglages au bon endroit", kWhite, true, true);
-  Platform& platform = app_.platform();
-  open.setOnClick([&platform] {
-    // Asking with the prompt makes the system list the program and show its own request.
-    platform.accessibility.isProcessTrustedWithOptions(true);
-    platform.workspace.openURL(kAccessibilityPane);
-  });
-  step.children.push_back(centred(open.view(), 70));
+  if (system == HostSystem::macOS) {
+    step.children.push_back(
+        centred(kit::label(ui, "①  Clique le bouton   ②  Active l'interrupteur Mirlo   ③  Reviens ici",
+                           Font{12, FontWeight::medium}, DA::ink2),
+                120));
+    FlatButton open(ui, "Ouvrir les Réglages au bon endroit", kWhite, true, true);
+    Platform& platform = app_.platform();
+    open.setOnClick([&platform] {
+      // Asking with the prompt makes the system list the program and show its own request.
+      platform.accessibility.isProcessTrustedWithOptions(true);
+      platform.workspace.openURL(kAccessibilityPane);
+    });
+    step.children.push_back(centred(open.view(), 70));
+  } else {
+    // Every Linux desktop keeps the switch in a different place, and no address opens it: the
+    // steps are told in words instead of behind a button.
+    View steps;
+    steps.kind = ViewKind::label;
+    steps.text = "①  Ouvre les réglages d'accessibilité de ton bureau\n"
+                 "②  Active les technologies d'assistance   ③  Reviens ici";
+    steps.font = Font{12, FontWeight::medium};
+    steps.textColor = DA::ink2;
+    steps.alignment = TextAlignment::center;
+    steps.wraps = true;
+    steps.frame = {40, 72, 440, 40};
+    step.children.push_back(std::move(steps));
+  }
 
   step.children.push_back(
       centred(kit::label(ui, "⏳ J'attends l'autorisation… je détecte tout seul dès que c'est fait.", Font{11.5},

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "base/lifetime.h"
+#include "platform/app_info.h"
 #include "platform/main_queue.h"
 #include "platform/ui.h"
 
@@ -80,7 +81,7 @@ class Onboarding {
   bool alive(std::int64_t gen) const;
   void credentialsTapped(bool signUp);
   void showStatus(const std::string& text);
-  View settingsMiniature();
+  View settingsMiniature(HostSystem system);
   static std::shared_ptr<LiveView> live(const std::shared_ptr<ViewSlot>& slot) {
     return slot ? slot->live : nullptr;
   }

@@ -5,6 +5,7 @@
 #include "base/text.h"
 #include "ui/kit/flat_button.h"
 #include "ui/kit/palette.h"
+#include "ui/kit/system_words.h"
 #include "ui/kit/views.h"
 #include "ui/onboarding/onboarding.h"
 #include "ui/onboarding/pages.h"
@@ -34,7 +35,7 @@ View Onboarding::stepLogin() {
   UI& ui = app_.platform().ui;
   View step = container();
   header(step, "Étape 1 sur 3", "Connecte-toi pour commencer",
-         "Ton compte porte ton plan et te suit sur tous tes Mac.\nGratuit : 3 corrections par jour, sans carte bancaire.");
+         words::accountPromise(app_.platform().appInfo.hostSystem()));
 
   FlatButton google(ui, "Continuer avec Google", Color::white(1.0), true, true);
   App& app = app_;

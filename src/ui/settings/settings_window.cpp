@@ -4,7 +4,9 @@
 #include "account/prefs.h"
 #include "app/app.h"
 #include "app/app_delegate.h"
+#include "platform/keyboard.h"
 #include "ui/kit/palette.h"
+#include "ui/kit/system_words.h"
 #include "ui/kit/views.h"
 #include "ui/onboarding/onboarding.h"
 
@@ -52,7 +54,9 @@ void SettingsWindow::build() {
 
   View popup;
   popup.kind = ViewKind::checkBox;
-  popup.text = "Carte sur ⌘A maintenu (1 seconde)";
+  const HostSystem system = app_.platform().appInfo.hostSystem();
+  constexpr std::uint64_t command = modifier::command, commandShift = modifier::command | modifier::shift;
+  popup.text = "Carte sur " + words::shortcut(system, command, "A") + " maintenu (1 seconde)";
   popup.frame = {24, 138, 250, 20};
   popup.checked = app_.prefs().popupEnabled();
   popup.slot = std::make_shared<ViewSlot>();
@@ -62,9 +66,10 @@ void SettingsWindow::build() {
   });
   content.children.push_back(std::move(popup));
 
-  View shortcuts = label(
-      "Raccourcis :\n⌘⇧A corriger la sélection\n⌘⇧C reformuler la sélection\n⌘Z annuler le dernier remplacement",
-      {24, 44, 370, 80}, Font{12}, DA::ink2);
+  View shortcuts = label("Raccourcis :\n" + words::shortcut(system, commandShift, "A") + " corriger la sélection\n" +
+                             words::shortcut(system, commandShift, "C") + " reformuler la sélection\n" +
+                             words::shortcut(system, command, "Z") + " annuler le dernier remplacement",
+                         {24, 44, 370, 80}, Font{12}, DA::ink2);
   shortcuts.wraps = true;
   content.children.push_back(std::move(shortcuts));
   content.children.push_back(kit::pushButton("Ouvrir mon dashboard", {24, 10, 180, 28}, life_.guard([this] { dashTapped(); })));

@@ -32,11 +32,36 @@ TEST_F(PlacementTest, HangsBelowTheSelectionsEndAndStaysInside) {
 }
 
 TEST_F(PlacementTest, CardWiderThanTheScreenHasItsRightEdgeInside) {
-  card().showButtons(Rect{400, 500, 8, 16});
-  card().showError(std::string(300, 'x'), false);  // 300 × 7.15 = 2145 wide, plus 41
+  desk().screens.list = {{{0, 0, 400, 300}, {0, 0, 400, 300}}};
+  card().showButtons(Rect{200, 200, 8, 16});
+  card().showError(std::string(300, 'x'), false);  // wrapped at 420 wide, plus 41
   const Rect f = panel().frame();
-  EXPECT_EQ(f.width, 13 + 8 + 7 + 2145 + 13);
-  EXPECT_EQ(f.x, 1440 - f.width - 8);
+  EXPECT_EQ(f.width, 13 + 8 + 7 + 420 + 13);
+  EXPECT_EQ(f.x, 400 - f.width - 8);
+}
+
+// A message from the service may run to hundreds of characters, or be one long word: the card
+// shows all of it on as many lines as it needs, and stays on the screen.
+TEST_F(PlacementTest, LongMessagesWrapInsideACardThatFitsTheScreen) {
+  std::string sentence;
+  while (sentence.size() < 600) sentence += "Le service ne peut pas traiter ce texte pour le moment. ";
+  const std::string word(300, 'x');
+  for (const std::string& message : {sentence, word}) {
+    card().showButtons(Rect{1300, 500, 8, 16});
+    card().showError(message, false);
+    settle();
+    const Rect f = panel().frame();
+    EXPECT_LE(f.width, 13 + 8 + 7 + 420 + 13);
+    EXPECT_GE(f.minX(), 8);
+    EXPECT_LE(f.maxX(), 1440 - 8);
+    EXPECT_GE(f.minY(), 0);
+    const View& body = view(message);
+    EXPECT_TRUE(body.wraps);
+    EXPECT_LE(body.frame.maxX(), f.width);
+    EXPECT_GE(body.frame.height, 5 * 13 * 1.25);  // several lines, all inside the card
+    EXPECT_LE(body.frame.maxY(), f.height);
+    card().close();
+  }
 }
 
 TEST_F(PlacementTest, SelectionOnASecondDisplayIsClampedToThatDisplayEvenForACaret) {

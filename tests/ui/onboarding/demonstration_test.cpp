@@ -198,5 +198,24 @@ TEST_F(Demo, TheRecapListsTheGesturesWithTheirTextsInOneColumn) {
   EXPECT_TRUE(shows("Terminer"));
 }
 
+// On a PC keyboard Control does what Command does on a Mac: the recap names the keys a person
+// there presses, and still lines its descriptions up in one column.
+TEST_F(Demo, OnALinuxDesktopTheRecapNamesThePCKeys) {
+  desk().appInfo.system = HostSystem::linuxDesktop;
+  world.advance(2.5);
+  ASSERT_TRUE(click("Passer"));
+  EXPECT_TRUE(shows("Mirlo vit dans la zone de notification de ton bureau (le M)."));
+  auto panel = sim::findNode(window().content, [](const sim::SimNode& n) { return n.view.frame == Rect{70, 108, 380, 158}; });
+  ASSERT_TRUE(panel);
+  std::vector<std::string> shown;
+  for (const auto& child : panel->children) shown.push_back(child->view.text);
+  EXPECT_EQ(shown, (std::vector<std::string>{"Souris", "sélectionne → la carte apparaît",
+                                             "Ctrl", "A", "maintenu 1 s → la carte apparaît",
+                                             "Ctrl", "Maj", "A", "corriger la sélection",
+                                             "Ctrl", "Maj", "C", "reformuler la sélection",
+                                             "Ctrl", "Z", "revenir au texte d'origine"}));
+  for (std::size_t i : {1u, 4u, 8u, 12u, 15u}) EXPECT_EQ(panel->children[i]->view.frame.x, 128) << panel->children[i]->view.text;
+}
+
 }  // namespace
 }  // namespace mirlo::testing

@@ -155,6 +155,38 @@ TEST_F(Flow, ThePermissionButtonAsksTheSystemAndOpensTheAccessibilityList) {
   EXPECT_EQ(step(), "Étape 2 sur 3");
 }
 
+// On Linux there is no per-program switch and no address that opens the right settings: the page
+// says what to switch on, and nothing on any page speaks of a Mac.
+TEST_F(Flow, OnALinuxDesktopThePagesTellTheLinuxWay) {
+  desk().appInfo.system = HostSystem::linuxDesktop;
+  std::vector<std::string> seen;
+  launchAs(false, false);
+  EXPECT_TRUE(shows("Ton compte porte ton plan et te suit sur tous tes ordinateurs.\n"
+                    "Gratuit : 3 corrections par jour, sans carte bancaire."));
+  for (const auto& t : texts()) seen.push_back(t);
+
+  window().type("ton@exemple.fr", "lea@example.fr");
+  window().type("mot de passe", "bonjour123");
+  answerSignIn("lea@example.fr");
+  click("Se connecter");
+  ASSERT_EQ(step(), "Étape 2 sur 3");
+  EXPECT_TRUE(shows("Accessibilité requise pour corriger le texte là où il est.\n"
+                    "Tes textes ne sont jamais stockés."));
+  EXPECT_TRUE(shows("Technologies d'assistance"));
+  EXPECT_FALSE(shows("Ouvrir les Réglages au bon endroit"));
+  for (const auto& t : texts()) seen.push_back(t);
+
+  desk().accessibility.trusted = true;
+  world.advance(1);
+  ASSERT_EQ(step(), "Étape 3 sur 3");
+  ASSERT_TRUE(click("Passer"));
+  for (const auto& t : texts()) seen.push_back(t);
+
+  for (const auto& t : seen)
+    for (const char* mac : {"Mac", "⌘", "⇧", "⌥", "barre de menus"}) EXPECT_EQ(t.find(mac), std::string::npos) << t;
+  EXPECT_TRUE(desk().workspace.openedURLs.empty());
+}
+
 // ---- What each page looks like.
 
 TEST_F(Flow, ThePermissionPageShowsTheSettingsListWithMirloSwitchedOn) {

@@ -84,6 +84,21 @@ TEST_F(Settings, SignedInItShowsTheAddressPlanPreferenceAndShortcuts) {
   EXPECT_EQ(world.desk.workspace.openedURLs.back(), "https://mirlo.test/compte.html");
 }
 
+TEST_F(Settings, OnALinuxDesktopTheShortcutsNameThePCKeys) {
+  world.desk.appInfo.system = HostSystem::linuxDesktop;
+  launchAs(true);
+  open();
+  const View& popup = view("Carte sur Ctrl+A maintenu (1 seconde)");
+  EXPECT_EQ(popup.kind, ViewKind::checkBox);
+  EXPECT_TRUE(popup.checked);
+  EXPECT_NE(window().find("Raccourcis :\nCtrl+Maj+A corriger la sélection\nCtrl+Maj+C reformuler la sélection\n"
+                          "Ctrl+Z annuler le dernier remplacement"),
+            nullptr);
+  // The box still switches the card off, under its Linux name.
+  ASSERT_TRUE(click("Carte sur Ctrl+A maintenu (1 seconde)"));
+  EXPECT_FALSE(world.app->prefs().popupEnabled());
+}
+
 TEST_F(Settings, OpeningTwiceKeepsOneWindowWhereTheUserPutItWithFreshContent) {
   launchAs(false);
   open();
