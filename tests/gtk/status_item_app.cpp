@@ -24,27 +24,31 @@ struct Options {
   std::string shotDir, shotName;
 };
 
-// The menu as a panel would pop it up from the top right corner of the screen, with the window
-// beneath around it.
+// The menu as a panel pops it up, with the window beneath around it.
 int shoot(GtkWorld& world, const Options& options) {
   GtkMenu* menu = world.ui.statusMenu();
   if (!menu) {
     std::fprintf(stderr, "no status menu\n");
     return 1;
   }
+  // The menu's own popup window, shown without the pointer grab of a real popup: a grab on this
+  // bare display is broken at once by the window manager and the menu would close before the shot.
   GdkWindow* root = gdk_get_default_root_window();
   const int screenWidth = gdk_window_get_width(root);
-  const GdkRectangle button{screenWidth - 60, 0, 40, 4};
-  gtk_menu_popup_at_rect(menu, root, &button, GDK_GRAVITY_SOUTH_EAST, GDK_GRAVITY_NORTH_EAST, nullptr);
   GtkWidget* popup = gtk_widget_get_toplevel(GTK_WIDGET(menu));
+  gtk_widget_show(GTK_WIDGET(menu));
+  // Over the text window, so that the menu's edges show against something.
+  gtk_window_move(GTK_WINDOW(popup), 480, 140);
+  gtk_widget_show(popup);
   if (!pumpUntil([popup] { return gtk_widget_get_mapped(popup); }, 3)) {
     std::fprintf(stderr, "the menu did not show\n");
     return 1;
   }
   settle(0.5);
+  GdkWindow* shown = gtk_widget_get_window(popup);
   int x = 0, y = 0;
-  gdk_window_get_origin(gtk_widget_get_window(popup), &x, &y);
-  const int w = gtk_widget_get_allocated_width(popup), h = gtk_widget_get_allocated_height(popup);
+  gdk_window_get_origin(shown, &x, &y);
+  const int w = gdk_window_get_width(shown), h = gdk_window_get_height(shown);
   const int margin = 24;
   const int left = std::max(0, x - margin), top = std::max(0, y - margin);
   const int right = std::min(screenWidth, x + w + margin);
@@ -52,8 +56,9 @@ int shoot(GtkWorld& world, const Options& options) {
   const std::string command = "import -window root -crop " + std::to_string(right - left) + "x" +
                               std::to_string(y + h + margin - top) + "+" + std::to_string(left) + "+" +
                               std::to_string(top) + " +repage " + path;
-  gtk_menu_popdown(menu);
-  if (std::system(command.c_str()) != 0) {
+  const int status = std::system(command.c_str());
+  gtk_widget_hide(popup);
+  if (status != 0) {
     std::fprintf(stderr, "screenshot failed: %s\n", path.c_str());
     return 1;
   }
