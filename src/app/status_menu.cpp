@@ -58,6 +58,7 @@ void AppDelegate::rebuildMenu() {
                       modifier::command | modifier::shift));
   menu.push_back(MenuItem::separatorItem());
   MenuItem popup = item("Popup à la sélection", guarded(&AppDelegate::togglePopup));
+  popup.checkable = true;
   popup.checked = app_.prefs().popupEnabled();
   menu.push_back(popup);
   menu.push_back(item("Mon dashboard", guarded(&AppDelegate::openAccount)));

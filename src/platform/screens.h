@@ -1,6 +1,7 @@
 // Displays and the pointer, in bottom-left-origin screen coordinates.
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <vector>
 
@@ -19,6 +20,8 @@ class Screens {
   virtual std::vector<Screen> screens() = 0;  // the primary screen first
   virtual std::optional<Screen> mainScreen() = 0;
   virtual Point mouseLocation() = 0;
+  // `handler` runs on the main queue after a display was plugged in, unplugged or rearranged.
+  virtual void addChangeHandler(std::function<void()> handler) = 0;
 };
 
 }  // namespace mirlo

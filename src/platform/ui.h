@@ -199,6 +199,7 @@ struct MenuItem {
   std::string keyEquivalent;
   std::uint64_t keyEquivalentModifiers = 0x100000;  // Command
   bool checked = false;
+  bool checkable = false;  // a switch: the menu leaves room for its check mark even when off
 
   static MenuItem separatorItem() {
     MenuItem item;

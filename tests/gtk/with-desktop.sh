@@ -4,14 +4,39 @@
 set -euo pipefail
 command -v Xvfb >/dev/null && command -v openbox >/dev/null || { echo "Xvfb or openbox missing: skipped"; exit 77; }
 
-display=":$((90 + RANDOM % 400))"
-while [[ -e "/tmp/.X11-unix/X${display#:}" ]]; do display=":$((90 + RANDOM % 400))"; done
-Xvfb "$display" -screen 0 1280x800x24 -nolisten tcp >/dev/null 2>&1 &
-xvfb=$!
-cleanup() { [[ -n "${wm:-}" ]] && kill "$wm" 2>/dev/null; kill "$xvfb" 2>/dev/null; [[ -n "${DBUS_SESSION_BUS_PID:-}" ]] && kill "$DBUS_SESSION_BUS_PID" 2>/dev/null; true; }
+workdir=$(mktemp -d)
+wm=""
+cleanup() {
+  [[ -n $wm ]] && kill "$wm" 2>/dev/null
+  [[ -n ${xvfb:-} ]] && kill "$xvfb" 2>/dev/null
+  [[ -n ${DBUS_SESSION_BUS_PID:-} ]] && kill "$DBUS_SESSION_BUS_PID" 2>/dev/null
+  rm -rf "$workdir"
+  true
+}
 trap cleanup EXIT
-export DISPLAY="$display"
-for _ in $(seq 100); do [[ -e "/tmp/.X11-unix/X${display#:}" ]] && break; sleep 0.05; done
+
+# Xvfb picks a free display itself and writes its number, then a newline, once it accepts
+# connections: a number read before the newline may be partial, and a number guessed here could be
+# another test's display.
+: >"$workdir/display"
+Xvfb -displayfd 3 -screen 0 1280x800x24 -nolisten tcp 3>"$workdir/display" >"$workdir/xvfb.log" 2>&1 &
+xvfb=$!
+number=""
+for _ in $(seq 200); do
+  if [[ $(tail -c 1 "$workdir/display" | od -An -c | tr -d ' ') == '\n' ]]; then
+    number=$(tr -dc 0-9 <"$workdir/display")
+    break
+  fi
+  kill -0 "$xvfb" 2>/dev/null || break
+  sleep 0.05
+done
+if [[ -z $number ]]; then
+  echo "Xvfb did not start: skipped" >&2
+  cat "$workdir/xvfb.log" >&2
+  exit 77
+fi
+export DISPLAY=":$number"
+unset WAYLAND_DISPLAY
 eval "$(dbus-launch --sh-syntax)"
 export NO_AT_BRIDGE=1
 openbox >/dev/null 2>&1 &

@@ -62,20 +62,27 @@ class GtkStatusItem final : public StatusItem {
     built->items = std::move(items);
     built->menu = gtk_menu_new();
     g_object_ref_sink(built->menu);
+    built->accelerators = gtk_accel_group_new();
+    gtk_menu_set_accel_group(GTK_MENU(built->menu), built->accelerators);
     for (std::size_t i = 0; i < built->items.size(); ++i) {
       const MenuItem& item = built->items[i];
       GtkWidget* widget = nullptr;
       if (item.separator) {
         widget = gtk_separator_menu_item_new();
       } else {
-        widget = item.checked ? gtk_check_menu_item_new_with_label(item.title.c_str())
-                              : gtk_menu_item_new_with_label(item.title.c_str());
+        // A switch stays a check item when off, so that a panel shows it as one.
+        const bool check = item.checkable || item.checked;
+        widget = check ? gtk_check_menu_item_new_with_label(item.title.c_str())
+                       : gtk_menu_item_new_with_label(item.title.c_str());
+        // Before the activate handler is connected: setting the state emits activate.
         if (item.checked) gtk_check_menu_item_set_active(GTK_CHECK_MENU_ITEM(widget), TRUE);
         gtk_widget_set_sensitive(widget, item.enabled && item.action);
         if (!item.keyEquivalent.empty()) {
-          const guint key = gdk_unicode_to_keyval(g_utf8_get_char(item.keyEquivalent.c_str()));
-          if (GtkWidget* label = gtk_bin_get_child(GTK_BIN(widget)); label && GTK_IS_ACCEL_LABEL(label))
-            gtk_accel_label_set_accel(GTK_ACCEL_LABEL(label), gdk_keyval_to_lower(key), modifiers(item.keyEquivalentModifiers));
+          // A real accelerator, not only a label text: the menu exported to the panel carries the
+          // shortcuts it finds in the menu's accelerator group.
+          const guint key = gdk_keyval_to_lower(gdk_unicode_to_keyval(g_utf8_get_char(item.keyEquivalent.c_str())));
+          gtk_widget_add_accelerator(widget, "activate", built->accelerators, key, modifiers(item.keyEquivalentModifiers),
+                                     GTK_ACCEL_VISIBLE);
         }
         g_object_set_data(G_OBJECT(widget), "mirlo-index", GSIZE_TO_POINTER(i));
         g_signal_connect(widget, "activate", G_CALLBACK(onActivate), built.get());
@@ -89,13 +96,17 @@ class GtkStatusItem final : public StatusItem {
     if (menus_.size() > 4) menus_.erase(menus_.begin());
   }
 
+  GtkMenu* menu() const { return menus_.empty() ? nullptr : GTK_MENU(menus_.back()->menu); }
+
  private:
   struct Built {
     std::vector<MenuItem> items;
     GtkWidget* menu = nullptr;
+    GtkAccelGroup* accelerators = nullptr;
     ~Built() {
       gtk_widget_destroy(menu);
       g_object_unref(menu);
+      g_object_unref(accelerators);
     }
   };
 
@@ -119,7 +130,15 @@ std::shared_ptr<StatusItem> GtkUI::createStatusItem() {
     std::fputs("mirlo: no status-notifier host on this desktop; the status menu is not shown, "
                "the hot keys and the card keep working\n", stderr);
   }
-  return std::make_shared<GtkStatusItem>();
+  auto item = std::make_shared<GtkStatusItem>();
+  statusItem_ = item;
+  return item;
+}
+
+GtkMenu* GtkUI::statusMenu() const {
+  // Every status item this UI makes is a GtkStatusItem.
+  auto item = std::static_pointer_cast<GtkStatusItem>(statusItem_.lock());
+  return item ? item->menu() : nullptr;
 }
 
 }  // namespace mirlo::gtk

@@ -109,11 +109,14 @@ class GtkUI final : public UI {
   // The newest card panel and windows made, for the tests and screenshots.
   std::shared_ptr<GtkCardPanel> lastPanel() const { return lastPanel_.lock(); }
   std::vector<std::shared_ptr<GtkSurfaceWindow>> windows() const;
+  // The status item's current menu as GTK holds it (the host is sent its copy), for screenshots.
+  GtkMenu* statusMenu() const;
 
  private:
   std::function<void()> quit_;
   bool toldNoHost_ = false;
   std::weak_ptr<GtkCardPanel> lastPanel_;
+  std::weak_ptr<StatusItem> statusItem_;
   std::vector<std::weak_ptr<GtkSurfaceWindow>> windows_;
 };
 

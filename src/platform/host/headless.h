@@ -82,6 +82,7 @@ class HeadlessScreens final : public Screens {
   std::vector<Screen> screens() override { return {}; }
   std::optional<Screen> mainScreen() override { return std::nullopt; }
   Point mouseLocation() override { return {}; }
+  void addChangeHandler(std::function<void()>) override {}  // no displays to change
 };
 
 class HeadlessUI final : public UI {

@@ -32,7 +32,40 @@ GdkScreens::GdkScreens() {
     if (!gdk_init_check(nullptr, nullptr) || !gdk_display_get_default())
       throw NoDisplayError("GDK cannot open the X display");
   }
+  GdkDisplay* display = gdk_display_get_default();
+  addedId_ = g_signal_connect_swapped(display, "monitor-added", G_CALLBACK(onMonitorsChanged), this);
+  removedId_ = g_signal_connect_swapped(display, "monitor-removed", G_CALLBACK(onMonitorsChanged), this);
+  // A monitor moved or resized, without one coming or going.
+  rearrangedId_ = g_signal_connect_swapped(gdk_display_get_default_screen(display), "monitors-changed",
+                                           G_CALLBACK(onMonitorsChanged), this);
 }
+
+GdkScreens::~GdkScreens() {
+  if (GdkDisplay* display = gdk_display_get_default()) {
+    g_signal_handler_disconnect(display, addedId_);
+    g_signal_handler_disconnect(display, removedId_);
+    g_signal_handler_disconnect(gdk_display_get_default_screen(display), rearrangedId_);
+  }
+  if (idle_) g_source_remove(idle_);
+}
+
+// Connected swapped: the instance comes first and the signal's own arguments are not needed. GDK
+// emits while it is still rebuilding its list of monitors, so the change is told from the main loop
+// once that is done, and once for a burst of signals.
+void GdkScreens::onMonitorsChanged(void* self) {
+  auto* screens = static_cast<GdkScreens*>(self);
+  if (!screens->idle_) screens->idle_ = g_idle_add(&GdkScreens::tellChange, screens);
+}
+
+int GdkScreens::tellChange(void* self) {
+  auto* screens = static_cast<GdkScreens*>(self);
+  screens->idle_ = 0;
+  auto handlers = screens->changeHandlers_;
+  for (auto& handler : handlers) handler();
+  return G_SOURCE_REMOVE;
+}
+
+void GdkScreens::addChangeHandler(std::function<void()> handler) { changeHandlers_.push_back(std::move(handler)); }
 
 std::vector<Screen> GdkScreens::screens() {
   GdkDisplay* display = gdk_display_get_default();

@@ -2,6 +2,10 @@
 
 #import <AppKit/AppKit.h>
 
+#include <functional>
+#include <memory>
+#include <vector>
+
 namespace mirlo::mac {
 
 namespace {
@@ -12,6 +16,16 @@ Screen screenOf(NSScreen* screen) { return {rectOf([screen frame]), rectOf([scre
 
 class MacScreens final : public Screens {
  public:
+  MacScreens() = default;
+  MacScreens(const MacScreens&) = delete;
+  MacScreens& operator=(const MacScreens&) = delete;
+  ~MacScreens() override {
+    for (id observer : observers_) {
+      [[NSNotificationCenter defaultCenter] removeObserver:observer];
+      [observer release];
+    }
+  }
+
   // In the system's order: the screen with the menu bar first. Empty during some display changes.
   std::vector<Screen> screens() override {
     std::vector<Screen> all;
@@ -29,6 +43,21 @@ class MacScreens final : public Screens {
     const NSPoint p = [NSEvent mouseLocation];
     return {p.x, p.y};
   }
+
+  void addChangeHandler(std::function<void()> handler) override {
+    auto shared = std::make_shared<std::function<void()>>(std::move(handler));
+    id observer = [[NSNotificationCenter defaultCenter]
+        addObserverForName:NSApplicationDidChangeScreenParametersNotification
+                    object:nil
+                     queue:[NSOperationQueue mainQueue]
+                usingBlock:^(NSNotification*) {
+                  (*shared)();
+                }];
+    observers_.push_back([observer retain]);
+  }
+
+ private:
+  std::vector<id> observers_;
 };
 
 }  // namespace

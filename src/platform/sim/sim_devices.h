@@ -167,6 +167,17 @@ class SimScreens final : public Screens {
     return list[*mainIndex];
   }
   Point mouseLocation() override { return mouse; }
+  void addChangeHandler(std::function<void()> handler) override { changeHandlers_.push_back(std::move(handler)); }
+
+  // Displays plugged in or out: the new list, then the change is told.
+  void replace(std::vector<Screen> screens) {
+    list = std::move(screens);
+    auto handlers = changeHandlers_;
+    for (auto& handler : handlers) handler();
+  }
+
+ private:
+  std::vector<std::function<void()>> changeHandlers_;
 };
 
 class SimSecretStore final : public SecretStore {

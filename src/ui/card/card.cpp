@@ -96,7 +96,9 @@ void placeCentred(View& view, double x, double height) {
 
 }  // namespace
 
-Card::Card(App& app) : app_(app) {}
+Card::Card(App& app) : app_(app) {
+  app_.platform().screens.addChangeHandler(life_.guard([this] { screensChanged(); }));
+}
 
 // ---- Contents ----
 
@@ -300,6 +302,19 @@ void Card::close() {
   anchor_.reset();
   // The same selection may offer the card again.
   app_.watcher().forget();
+}
+
+// A display went away (or moved) under the card. A card that still shows on some screen stays where
+// it is. One left on no screen at all closes rather than moving: it belongs next to a selection
+// whose window the desktop has just put somewhere else, so a card moved anywhere would point at
+// nothing; every card is short-lived, and a correction in progress goes on and shows its result
+// under the pointer, which is always on a screen that exists.
+void Card::screensChanged() {
+  if (!panel_) return;
+  const Rect frame = panel_->frame();
+  for (const auto& screen : app_.platform().screens.screens())
+    if (frame.intersects(screen.frame)) return;
+  close();
 }
 
 bool Card::isButtonsOpen() const { return state_ == State::buttons && panel_ != nullptr; }

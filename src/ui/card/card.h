@@ -46,6 +46,7 @@ class Card {
   void scheduleClose(std::int64_t gen, double after);
   // Where a card of this size goes: next to the anchor, kept on its screen, or under the pointer.
   Point origin(Size size);
+  void screensChanged();
 
   App& app_;
   std::shared_ptr<CardPanel> panel_;

@@ -126,5 +126,49 @@ TEST_F(PlacementTest, NoticeGoesToThePointerEvenRightAfterAButtonsCard) {
   EXPECT_EQ(panel().frame().origin(), (Point{720 - 65.5, 450 - 35 - 16}));
 }
 
+// A display unplugged while the card shows: the card that was on it closes and the selection may
+// offer it again; a card on a display that remains stays put.
+TEST_F(PlacementTest, UnpluggingTheDisplayUnderTheCardClosesIt) {
+  const Screen main = desk().screens.list.front();
+  const Screen second{{1440, 0, 1920, 1080}, {1440, 0, 1920, 1055}};
+  desk().screens.list.push_back(second);
+
+  card().showButtons(Rect{1450, 1000, 8, 16});
+  const Rect onSecond = panel().frame();
+  desk().screens.replace({main, second});  // rearranged, nothing gone
+  ASSERT_TRUE(onScreen());
+  EXPECT_EQ(panel().frame(), onSecond);
+  desk().screens.replace({main});
+  EXPECT_FALSE(onScreen());
+  EXPECT_EQ(card().state(), Card::State::idle);
+  EXPECT_FALSE(card().anchor().has_value());
+
+  // A correction under way on the lost display: its result, when it comes, shows under the pointer.
+  desk().screens.replace({main, second});
+  card().showButtons(Rect{1450, 1000, 8, 16});
+  card().showProgress("Correction…");
+  desk().screens.replace({main});
+  EXPECT_FALSE(onScreen());
+  card().showSuccess("Corrigé", [] {});
+  settle();
+  ASSERT_TRUE(onScreen());
+  EXPECT_TRUE(panel().frame().intersects(main.frame));
+
+  // The display that remains keeps its card, even one reaching past its edge.
+  card().close();
+  desk().screens.replace({main, second});
+  desk().screens.mouse = {1430, 450};
+  card().showNotice("Texte copié");
+  const Rect straddling = panel().frame();
+  ASSERT_GT(straddling.maxX(), 1440);
+  desk().screens.replace({main});
+  ASSERT_TRUE(onScreen());
+  EXPECT_EQ(panel().frame(), straddling);
+
+  // Every display gone at once (a laptop lid closed with no other screen): nothing stays.
+  desk().screens.replace({});
+  EXPECT_FALSE(onScreen());
+}
+
 }  // namespace
 }  // namespace mirlo::testing
