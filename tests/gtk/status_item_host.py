@@ -3,7 +3,7 @@
 
 Owns org.kde.StatusNotifierWatcher, receives the item's registration, reads what a panel shows
 (title, label, status, the menu exported over com.canonical.dbusmenu) and clicks entries the way a
-panel does. Run inside tests/gtk/with-desktop.sh: python3 status_item_host.py PROGRAM
+panel does. Run inside tests/linux/with-desktop.sh: python3 status_item_host.py PROGRAM
 """
 import os
 import subprocess
@@ -265,5 +265,5 @@ if __name__ == "__main__":
         sys.exit("usage: status_item_host.py PROGRAM")
     PROGRAM = sys.argv.pop(1)
     if not os.environ.get("DBUS_SESSION_BUS_ADDRESS"):
-        sys.exit("no session bus: run inside tests/gtk/with-desktop.sh")
+        sys.exit("no session bus: run inside tests/linux/with-desktop.sh")
     unittest.main(verbosity=2)
