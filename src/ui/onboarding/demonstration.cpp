@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <numbers>
 
+#include <cmath>
+
 #include "account/prefs.h"
 #include "app/app.h"
 #include "app/app_delegate.h"
@@ -45,20 +47,23 @@ View dot(double x, Color color) {
   return view;
 }
 
+// A key cap: its name centred in a rounded box 22 points high.
 View keyCap(UI& ui, const std::string& key, double x, double y) {
-  View cap;
-  cap.kind = ViewKind::label;
-  cap.text = key;
-  cap.font = Font{11.5, FontWeight::bold, true};
-  cap.textColor = DA::ink;
-  cap.alignment = TextAlignment::center;
-  cap = kit::sizedToFit(ui, std::move(cap));
-  cap.frame = {x, y, cap.frame.width + 14, 22};
-  cap.wantsLayer = true;
-  cap.background = DA::hover;
+  View name;
+  name.kind = ViewKind::label;
+  name.text = key;
+  name.font = Font{11.5, FontWeight::bold, true};
+  name.textColor = DA::ink;
+  name.alignment = TextAlignment::center;
+  name = kit::sizedToFit(ui, std::move(name));
+  constexpr double kHeight = 22;
+  View cap = kit::box({x, y, name.frame.width + 14, kHeight}, DA::hover);
   cap.cornerRadius = 5;
   cap.borderWidth = 1;
   cap.borderColor = DA::border;
+  name.frame.x = 7;
+  name.frame.y = std::round((kHeight - name.frame.height) / 2);
+  cap.children.push_back(std::move(name));
   return cap;
 }
 
