@@ -18,7 +18,7 @@ void shoot(const std::string& dir, const std::string& name, const GtkWorld& worl
   Rect f = panel && !panel->closed() ? panel->frame() : Rect{400, 300, 200, 60};
   const int margin = 24;
   const int x = static_cast<int>(f.x) - margin, w = static_cast<int>(f.width) + 2 * margin;
-  const int top = static_cast<int>(gtk::desktopHeight() - f.y - f.height) - margin, h = static_cast<int>(f.height) + 2 * margin;
+  const int top = static_cast<int>(gtk::onXScreen(f).y) - margin, h = static_cast<int>(f.height) + 2 * margin;
   const std::string path = dir + "/" + name + ".png";
   const std::string command = "import -window root -crop " + std::to_string(w) + "x" + std::to_string(h) + "+" +
                               std::to_string(x) + "+" + std::to_string(top) + " +repage " + path;

@@ -82,7 +82,7 @@ class GtkCard : public ::testing::Test {
           GdkRectangle r = onScreen(panel->window());
           const Rect f = panel->frame();
           return r.width == std::lround(f.width) && r.height == std::lround(f.height) &&
-                 r.x == std::lround(f.x) && r.y == std::lround(gtk::desktopHeight() - f.y - f.height);
+                 r.x == std::lround(f.x) && r.y == std::lround(gtk::onXScreen(f).y);
         },
         2))
         << "the card's window never took the frame the core laid out";
@@ -166,7 +166,7 @@ TEST_F(GtkCard, AProgressCardLetsClicksThroughToTheApplicationBeneath) {
   PressWatch watch{gtk_widget_get_window(world.backdrop), gtk_widget_get_window(world.panel()->window())};
   gdk_event_handler_set(PressWatch::handle, &watch, nullptr);
   const Rect f = world.panel()->frame();
-  const int x = static_cast<int>(f.x + f.width / 2), y = static_cast<int>(gtk::desktopHeight() - f.y - f.height / 2);
+  const int x = static_cast<int>(f.x + f.width / 2), y = static_cast<int>(gtk::onXScreen(f).y + f.height / 2);
   pointer("mousemove " + std::to_string(x) + " " + std::to_string(y));
   pointer("click 1");
   const bool arrived = pumpUntil([&] { return watch.onBackdrop + watch.onPanel > 0; }, 2);

@@ -33,7 +33,7 @@ void shoot(const std::string& dir, const std::string& name, Window* window, doub
   const Rect f = window->frame();
   const int margin = 12, titleBar = 30;
   const int x = static_cast<int>(f.x) - margin, w = static_cast<int>(f.width) + 2 * margin;
-  const int top = static_cast<int>(gtk::desktopHeight() - f.y - f.height) - margin - titleBar;
+  const int top = static_cast<int>(gtk::onXScreen(f).y) - margin - titleBar;
   const int h = static_cast<int>(f.height) + 2 * margin + titleBar;
   const std::string path = dir + "/" + name + ".png";
   const std::string command = "import -window root -crop " + std::to_string(w) + "x" + std::to_string(h) + "+" +

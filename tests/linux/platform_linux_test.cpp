@@ -59,6 +59,9 @@ TEST(LinuxScreens, TopLeftRectanglesFlipAroundThePrimaryMonitor) {
   // A second monitor to the left of and above a primary that is not at the origin.
   const Rect offset{1920, 200, 1280, 800};
   EXPECT_EQ(flipToBottomLeft({0, 0, 1920, 1080}, offset), (Rect{-1920, -80, 1920, 1080}));
+  // A card placed by the core lands back where the selection was measured.
+  const Rect selection{2000, 500, 80, 18};
+  EXPECT_EQ(flipToTopLeft(flipToBottomLeft(selection, offset), offset), selection);
 }
 
 TEST(LinuxWorkspace, WindowClassesMapToTheIdentifiersTheCoreKnows) {

@@ -1,5 +1,7 @@
 #include "platform/gtk/gtk_ui.h"
 
+#include "platform/linux/gdk_screens.h"
+
 #include <algorithm>
 #include <cmath>
 
@@ -67,10 +69,7 @@ void runLater(std::function<void()> task) {
 
 }  // namespace
 
-double desktopHeight() {
-  GdkWindow* root = gdk_get_default_root_window();
-  return root ? gdk_window_get_height(root) : 0;
-}
+Rect onXScreen(const Rect& frame) { return linuxdesk::flipToTopLeft(frame, linuxdesk::primaryMonitorGeometry()); }
 
 // --- card panel --------------------------------------------------------------------------------
 
@@ -150,8 +149,9 @@ void GtkCardPanel::applyFrame(const Rect& frame) {
   const int h = std::max(1, static_cast<int>(std::lround(frame.height)));
   gtk_widget_set_size_request(content_, w, h);
   gtk_window_resize(GTK_WINDOW(window_), w, h);
-  gtk_window_move(GTK_WINDOW(window_), static_cast<int>(std::lround(frame.x)),
-                  static_cast<int>(std::lround(desktopHeight() - frame.y - frame.height)));
+  const Rect placed = onXScreen(frame);
+  gtk_window_move(GTK_WINDOW(window_), static_cast<int>(std::lround(placed.x)),
+                  static_cast<int>(std::lround(placed.y)));
   applyShape();
 }
 
@@ -375,7 +375,8 @@ Rect GtkSurfaceWindow::frame() const {
   int x = 0, y = 0;
   if (GdkWindow* w = gtk_widget_get_window(content_); w && gtk_widget_get_realized(content_)) gdk_window_get_origin(w, &x, &y);
   else gtk_window_get_position(GTK_WINDOW(window_), &x, &y);
-  return {double(x), desktopHeight() - y - size_.height, size_.width, size_.height};
+  return linuxdesk::flipToBottomLeft({double(x), double(y), size_.width, size_.height},
+                                     linuxdesk::primaryMonitorGeometry());
 }
 
 // --- the UI ------------------------------------------------------------------------------------

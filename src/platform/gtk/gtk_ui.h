@@ -15,8 +15,9 @@
 
 namespace mirlo::gtk {
 
-// The desktop's height, to flip between the core's upward y and X11's downward y.
-double desktopHeight();
+// A frame in the core's coordinates (upward y from the primary monitor's bottom-left) placed on
+// the X screen (downward y from its top-left).
+Rect onXScreen(const Rect& frame);
 
 class GtkCardPanel final : public CardPanel {
  public:

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 
+#include "platform/linux/gdk_screens.h"
 #include "platform/workspace.h"
 
 namespace mirlo::linuxdesk {
@@ -335,7 +336,9 @@ AXError AtspiAccessibility::copyParameterizedAttributeValue(const AXElementRef& 
     g_free(rect);
     return AXError::cannotComplete;
   }
-  out = Rect{static_cast<double>(rect->x), static_cast<double>(rect->y), static_cast<double>(rect->width),
+  // The core measures from the primary monitor's top-left corner, which need not be the X screen's.
+  const Rect primary = primaryMonitorGeometry();
+  out = Rect{rect->x - primary.x, rect->y - primary.y, static_cast<double>(rect->width),
              static_cast<double>(rect->height)};
   g_free(rect);
   return AXError::success;

@@ -26,6 +26,20 @@ Rect flipToBottomLeft(const Rect& topLeft, const Rect& primary) {
           topLeft.height};
 }
 
+Rect flipToTopLeft(const Rect& bottomLeft, const Rect& primary) {
+  return {bottomLeft.x + primary.x, primary.y + primary.height - (bottomLeft.y + bottomLeft.height),
+          bottomLeft.width, bottomLeft.height};
+}
+
+Rect primaryMonitorGeometry() {
+  GdkDisplay* display = gdk_display_get_default();
+  GdkMonitor* primary = display ? primaryMonitor(display) : nullptr;
+  if (!primary) return {};
+  GdkRectangle geometry;
+  gdk_monitor_get_geometry(primary, &geometry);
+  return toRect(geometry);
+}
+
 GdkScreens::GdkScreens() {
   if (!gdk_display_get_default()) {
     gdk_set_allowed_backends("x11");

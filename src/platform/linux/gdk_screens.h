@@ -32,5 +32,10 @@ class GdkScreens final : public Screens {
 // A top-left-origin rectangle of the X screen in the core's coordinates, given the primary
 // monitor's top-left-origin geometry.
 Rect flipToBottomLeft(const Rect& topLeft, const Rect& primary);
+// The inverse: a rectangle in the core's coordinates placed on the X screen.
+Rect flipToTopLeft(const Rect& bottomLeft, const Rect& primary);
+// The primary monitor's geometry on the X screen (top-left origin); the whole screen's origin, empty,
+// when GDK has no display or no monitor.
+Rect primaryMonitorGeometry();
 
 }  // namespace mirlo::linuxdesk
