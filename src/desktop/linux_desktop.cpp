@@ -6,6 +6,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <iterator>
 #include <memory>
 #include <string>
 
@@ -20,6 +21,8 @@
 #include "platform/host/file_defaults.h"
 #include "platform/host/headless.h"
 #include "platform/host/session_store.h"
+#include "platform/keyboard.h"
+#include "ui/kit/system_words.h"
 
 namespace mirlo::desktop {
 namespace {
@@ -48,6 +51,19 @@ struct LinuxPlatform {
                     defaults,      appInfo,  ui};
   }
 };
+
+// A hot key another program holds is not the end: the card and the status menu still start
+// corrections. The person is told once which one is missing.
+void sayTakenHotKeys(const AppDelegate& delegate) {
+  const auto& refs = delegate.hotKeyRefs();
+  const char* keys[] = {"A", "C"};
+  for (std::size_t i = 0; i < refs.size() && i < std::size(keys); ++i) {
+    if (refs[i]) continue;
+    const std::string name = words::shortcut(HostSystem::linuxDesktop, modifier::command | modifier::shift, keys[i]);
+    std::fprintf(stderr, "mirlo : le raccourci %s est déjà pris par un autre programme ; la carte et le menu restent disponibles\n",
+                 name.c_str());
+  }
+}
 
 gboolean endOnSignal(gpointer devices) {
   static_cast<LinuxDevices*>(devices)->quit();
@@ -97,6 +113,7 @@ int run(const AppConfig& config, const std::vector<std::string>& openingURLs) {
       for (const auto& url : urls) app.delegate().handleURLEvent(url);
     });
     finishLaunching(app, openingURLs);
+    sayTakenHotKeys(app.delegate());
     desk->devices->run();
     instance.onURLs({});
     return kEnded;

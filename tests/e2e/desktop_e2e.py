@@ -260,6 +260,24 @@ class E2E:
     def clipboard(self):
         return run("xclip", "-o", "-selection", "clipboard", check=False, timeout=5).stdout
 
+    def taken_hot_key(self, mirlo):
+        """Another program holds Control+Shift+A when Mirlo starts: Mirlo says so and keeps running."""
+        mirlo.send_signal(signal.SIGTERM)
+        mirlo.wait(timeout=10)
+        holder = self.start("holder", [self.probe, "--hold"])
+        wait_for(lambda: "held" in self.log("holder"), 10, "the other program to take the hot key")
+        again = self.start("mirlo-again", [self.twin])
+        wait_for(lambda: "Ctrl+Maj+A est déjà pris" in self.log("mirlo-again"), 20,
+                 "the program to say that its hot key is taken")
+        if again.poll() is not None:
+            raise Failure(f"the program ended with status {again.returncode} when its hot key was taken")
+        holder.send_signal(signal.SIGTERM)
+        print("taken hot key: said once, the program keeps running")
+
+    def log(self, name):
+        with open(os.path.join(self.work, name + ".log"), encoding="utf-8", errors="replace") as f:
+            return f.read()
+
     def main(self):
         self.start_service()
         self.sign_in()
@@ -272,6 +290,7 @@ class E2E:
         self.clipboard_path()
         if mirlo.poll() is not None:
             raise Failure(f"the program ended with status {mirlo.returncode}")
+        self.taken_hot_key(mirlo)
 
 
 def main():
