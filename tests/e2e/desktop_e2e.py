@@ -221,6 +221,14 @@ class E2E:
         view = self.text_view(editor.pid)
         wait_for(lambda: view.getNSelections() == 1 and view.getSelection(0) == (start, end), 10,
                  "the mouse selection")
+        # The selection made with the mouse is offered the card, next to it.
+        card = wait_for(lambda: self.window_of(self.mirlo.pid), 10, "the card next to the mouse selection")
+        geometry = dict(line.split("=", 1) for line in
+                        run("xdotool", "getwindowgeometry", "--shell", card).stdout.split())
+        left, top, width = int(geometry["X"]), int(geometry["Y"]), int(geometry["WIDTH"])
+        if not (left <= x2 + w2 <= left + width and y2 + h2 <= top <= y2 + h2 + 60):
+            raise Failure(f"the card at ({left}, {top}), {width} wide, is not just below the selection's end "
+                          f"({x2 + w2}, {y2 + h2})")
         self.fix_hot_key()
         corrected_second = wait_for(
             lambda: (t := self.editor_text(editor.pid)) != original and t, 30, "the mouse selection corrected")
@@ -281,7 +289,7 @@ class E2E:
     def main(self):
         self.start_service()
         self.sign_in()
-        mirlo = self.start("mirlo", [self.twin])
+        mirlo = self.mirlo = self.start("mirlo", [self.twin])
         wait_for(lambda: mirlo.poll() is not None or run(self.probe, check=False).returncode == 0, 30,
                  "the program to hold its hot key")
         if mirlo.poll() is not None:
