@@ -397,6 +397,21 @@ TEST_F(Desktop, ScreensAndThePointerAreMeasuredFromTheBottomLeft) {
   ASSERT_TRUE(waitFor([&] { return screens.mouseLocation() == Point{100, 750}; }, 5))
       << screens.mouseLocation();
   EXPECT_EQ(screens.mainScreen()->frame, all[0].frame);
+
+  // The monitor changes (a smaller mode, as when a display is swapped): the change is told once
+  // GDK knows the new size, and the screens read then are the new ones.
+  int changes = 0;
+  std::vector<Screen> seen;
+  screens.addChangeHandler([&] {
+    ++changes;
+    seen = screens.screens();
+  });
+  run("xrandr --newmode mirlo-small 10 640 650 660 670 480 490 500 510 2>&1;"
+      "xrandr --addmode screen mirlo-small && xrandr --output screen --mode mirlo-small");
+  ASSERT_TRUE(waitFor([&] { return changes > 0 && !seen.empty() && seen[0].frame == Rect{0, 0, 640, 480}; }, 5))
+      << "changes seen: " << changes;
+  run("xrandr --output screen --mode 1280x800");
+  ASSERT_TRUE(waitFor([&] { return !seen.empty() && seen[0].frame == Rect{0, 0, 1280, 800}; }, 5));
 }
 
 }  // namespace
