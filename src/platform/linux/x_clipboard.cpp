@@ -48,6 +48,7 @@ struct XClipboard::Impl {
   std::chrono::milliseconds limit;
   std::size_t pieceSize = kLargestPiece;
   int wake = -1;
+  int abandoned = 0;  // transfers given up; each moves later reads to a fresh property
 
   std::mutex mutex;
   std::deque<std::function<void()>> commands;  // run on the clipboard thread
@@ -354,8 +355,10 @@ struct XClipboard::Impl {
     waitUntil([&] { return finished || failed; }, deadline);
     awaitingProperty = nullptr;
     if (!finished) {
+      // The owner may still be writing to this property: the next reads use another one, so
+      // that its late pieces cannot pass for their answers.
       XDeleteProperty(x.display(), window, property);
-      XFlush(x.display());
+      property = x.atom(("MIRLO_CLIPBOARD_" + std::to_string(++abandoned)).c_str());
       return std::nullopt;
     }
     return whole;
