@@ -6,11 +6,18 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <X11/Xatom.h>
+#include <poll.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "base/text.h"
@@ -384,6 +391,236 @@ TEST_F(Desktop, ClipboardRoundTripsWithOtherClients) {
   EXPECT_EQ(second.readText(), std::nullopt);
   run("printf 'depuis xclip' | xclip -selection clipboard -i >/dev/null 2>&1");
   ASSERT_TRUE(waitFor([&] { return clipboard.readText() == "depuis xclip"; }, 5));
+}
+
+// About 5 MB of numbered lines made mostly of two- and four-byte characters, so that the pieces a
+// large transfer is cut into end inside characters, and a lost, doubled or swapped piece shows.
+std::string largeText() {
+  std::string text;
+  for (int line = 0; text.size() < 5 * 1024 * 1024; ++line)
+    text += std::to_string(line) + " \xC3\xA9t\xC3\xA9 \xF0\x9F\x98\x80\xF0\x9F\x90\x88 \xC5\x93uvre \xC2\xB7 fin\n";
+  return text;
+}
+
+::testing::AssertionResult sameText(const std::optional<std::string>& got, const std::string& want) {
+  if (!got) return ::testing::AssertionFailure() << "no text";
+  if (*got == want) return ::testing::AssertionSuccess();
+  auto at = std::mismatch(got->begin(), got->end(), want.begin(), want.end()).first - got->begin();
+  return ::testing::AssertionFailure() << got->size() << " bytes instead of " << want.size()
+                                       << ", first difference at byte " << at;
+}
+
+std::string writeTemp(const std::string& name, const std::string& content) {
+  const std::string path = ::testing::TempDir() + name + "-" + std::to_string(getpid());
+  std::ofstream(path, std::ios::binary) << content;
+  return path;
+}
+
+TEST_F(Desktop, LargeClipboardTextsCrossBetweenApplicationsIntact) {
+  const std::string big = largeText();
+  XClipboard clipboard(5);
+  clipboard.putText(big);
+  EXPECT_TRUE(sameText(run("xclip -selection clipboard -o"), big)) << "xclip reading ours";
+  // Two readers at once, each getting the whole text.
+  const std::string a = ::testing::TempDir() + "mirlo-a-" + std::to_string(getpid());
+  const std::string b = ::testing::TempDir() + "mirlo-b-" + std::to_string(getpid());
+  run("xclip -selection clipboard -o >" + a + " & xclip -selection clipboard -o >" + b + " & wait");
+  EXPECT_TRUE(sameText(run("cat " + a), big)) << "first of two readers";
+  EXPECT_TRUE(sameText(run("cat " + b), big)) << "second of two readers";
+  std::remove(a.c_str());
+  std::remove(b.c_str());
+  const std::string gtkRead =
+      "/usr/bin/python3 -c \"import sys, gi; gi.require_version('Gtk', '3.0'); from gi.repository import Gtk, Gdk; "
+      "t = Gtk.Clipboard.get(Gdk.SELECTION_CLIPBOARD).wait_for_text(); sys.stdout.write(t or '')\"";
+  EXPECT_TRUE(sameText(run(gtkRead), big)) << "a GTK application reading ours";
+  XClipboard second(5);
+  EXPECT_TRUE(sameText(second.readText(), big)) << "another connection of ours";
+
+  // And the other way round, from an owner that hands it over in pieces of its own size.
+  const std::string fromXclip = "\xE2\x80\xA6" + big.substr(0, big.rfind('\n', big.size() - 2) + 1);
+  const std::string file = writeTemp("mirlo-big", fromXclip);
+  run("xclip -selection clipboard -i " + file + " >/dev/null 2>&1");
+  std::optional<std::string> got;
+  EXPECT_TRUE(waitFor([&] { return (got = clipboard.readText()) && got->starts_with("\xE2\x80\xA6"); }, 10));
+  EXPECT_TRUE(sameText(got, fromXclip)) << "ours reading xclip's";
+  std::remove(file.c_str());
+
+  const std::string fromGtk = "GTK " + big.substr(0, big.find('\n', 3 * 1024 * 1024) + 1);
+  const std::string gtkFile = writeTemp("mirlo-gtk", fromGtk);
+  Child gtkOwner({"/usr/bin/python3", "-c",
+                  "import sys, gi; gi.require_version('Gtk', '3.0'); from gi.repository import Gtk, Gdk; "
+                  "t = open(sys.argv[1], encoding='utf-8').read(); "
+                  "Gtk.Clipboard.get(Gdk.SELECTION_CLIPBOARD).set_text(t, -1); Gtk.main()",
+                  gtkFile});
+  EXPECT_TRUE(waitFor([&] { return (got = clipboard.readText()) && got->starts_with("GTK"); }, 10));
+  EXPECT_TRUE(sameText(got, fromGtk)) << "ours reading a GTK application's";
+  std::remove(gtkFile.c_str());
+  clipboard.clear();  // lets the other owners go
+}
+
+// Another application asking for the clipboard with plain Xlib, as far as it chooses to go.
+class Requestor {
+ public:
+  Requestor() : display_(XOpenDisplay(nullptr)) {
+    window_ = XCreateSimpleWindow(display_, DefaultRootWindow(display_), 0, 0, 1, 1, 0, 0, 0);
+    XSelectInput(display_, window_, PropertyChangeMask);
+    property_ = XInternAtom(display_, "PASTE_HERE", False);
+  }
+  ~Requestor() { vanish(); }
+
+  // What the owner put in the property first: its type and the first 32-bit item.
+  std::pair<Atom, long> ask() {
+    XConvertSelection(display_, XInternAtom(display_, "CLIPBOARD", False), XInternAtom(display_, "UTF8_STRING", False),
+                      property_, window_, CurrentTime);
+    XEvent event;
+    if (!next(SelectionNotify, event) || event.xselection.property == None) return {None, 0};
+    Atom type = None;
+    int format = 0;
+    unsigned long count = 0, after = 0;
+    unsigned char* data = nullptr;
+    XGetWindowProperty(display_, window_, property_, 0, 1, False, AnyPropertyType, &type, &format, &count, &after,
+                       &data);
+    const long first = data && format == 32 && count == 1 ? *reinterpret_cast<long*>(data) : 0;
+    if (data) XFree(data);
+    return {type, first};
+  }
+  // Deletes the property, as a reader does to ask for a piece, and returns the next piece's size.
+  long takePiece() {
+    XDeleteProperty(display_, window_, property_);
+    XEvent event;
+    while (next(PropertyNotify, event))
+      if (event.xproperty.state == PropertyNewValue)
+        return static_cast<long>(windowPropertyString(display_, window_, property_).size());
+    return -1;
+  }
+  void vanish() {
+    if (!display_) return;
+    XDestroyWindow(display_, window_);
+    XCloseDisplay(display_);
+    display_ = nullptr;
+  }
+
+ private:
+  bool next(int type, XEvent& event) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+    while (std::chrono::steady_clock::now() < deadline) {
+      while (XPending(display_) > 0) {
+        XNextEvent(display_, &event);
+        if (event.type == type) return true;
+      }
+      pollfd fd{ConnectionNumber(display_), POLLIN, 0};
+      poll(&fd, 1, 50);
+    }
+    return false;
+  }
+
+  Display* display_;
+  Window window_;
+  Atom property_;
+};
+
+TEST_F(Desktop, ARequestorThatVanishesOrStallsDoesNotHoldUpTheOthers) {
+  const std::string big = largeText();
+  XClipboard clipboard(2);
+  clipboard.putText(big);
+
+  Requestor vanishing;
+  auto [type, size] = vanishing.ask();
+  Display* d = XOpenDisplay(nullptr);
+  const Atom incr = XInternAtom(d, "INCR", False);
+  XCloseDisplay(d);
+  ASSERT_EQ(type, incr) << "a large text is announced, to be taken in pieces";
+  EXPECT_EQ(size, static_cast<long>(big.size()));
+  const long piece = vanishing.takePiece();
+  EXPECT_GT(piece, 0);
+  EXPECT_LT(piece, static_cast<long>(big.size()));
+  vanishing.vanish();
+
+  Requestor silent;  // asks, then never takes a piece
+  EXPECT_EQ(silent.ask().first, incr);
+
+  EXPECT_TRUE(sameText(run("xclip -selection clipboard -o"), big));
+  // The small texts that follow go whole, and still reach the silent one's neighbours.
+  clipboard.putText("petit \xC3\xA9t\xC3\xA9");
+  EXPECT_EQ(run("xclip -selection clipboard -o"), "petit \xC3\xA9t\xC3\xA9");
+}
+
+// An owner of the clipboard that announces a large text and then never finishes handing it
+// over: it either falls silent or trickles pieces without end.
+class BadOwner {
+ public:
+  explicit BadOwner(bool trickles) : trickles_(trickles), display_(XOpenDisplay(nullptr)) {
+    window_ = XCreateSimpleWindow(display_, DefaultRootWindow(display_), 0, 0, 1, 1, 0, 0, 0);
+    XSetSelectionOwner(display_, XInternAtom(display_, "CLIPBOARD", False), window_, CurrentTime);
+    XSync(display_, False);
+    thread_ = std::thread([this] { serve(); });
+  }
+  ~BadOwner() {
+    stop_ = true;
+    thread_.join();
+    XCloseDisplay(display_);
+  }
+
+ private:
+  void serve() {
+    const Atom incr = XInternAtom(display_, "INCR", False);
+    const Atom utf8 = XInternAtom(display_, "UTF8_STRING", False);
+    Window requestor = None;
+    Atom property = None;
+    while (!stop_) {
+      while (XPending(display_) > 0) {
+        XEvent event;
+        XNextEvent(display_, &event);
+        if (event.type == SelectionRequest) {
+          requestor = event.xselectionrequest.requestor;
+          property = event.xselectionrequest.property;
+          XSelectInput(display_, requestor, PropertyChangeMask);
+          long size = 10 * 1024 * 1024;
+          XChangeProperty(display_, requestor, property, incr, 32, PropModeReplace,
+                          reinterpret_cast<unsigned char*>(&size), 1);
+          XSelectionEvent reply{};
+          reply.type = SelectionNotify;
+          reply.requestor = requestor;
+          reply.selection = event.xselectionrequest.selection;
+          reply.target = event.xselectionrequest.target;
+          reply.property = property;
+          reply.time = event.xselectionrequest.time;
+          XSendEvent(display_, requestor, False, NoEventMask, reinterpret_cast<XEvent*>(&reply));
+          XFlush(display_);
+        } else if (event.type == PropertyNotify && trickles_ && event.xproperty.window == requestor &&
+                   event.xproperty.atom == property && event.xproperty.state == PropertyDelete) {
+          XChangeProperty(display_, requestor, property, utf8, 8, PropModeReplace,
+                          reinterpret_cast<const unsigned char*>("ab"), 2);
+          XFlush(display_);
+        }
+      }
+      pollfd fd{ConnectionNumber(display_), POLLIN, 0};
+      poll(&fd, 1, 20);
+    }
+  }
+
+  bool trickles_;
+  Display* display_;
+  Window window_;
+  std::atomic<bool> stop_{false};
+  std::thread thread_;
+};
+
+TEST_F(Desktop, ReadingALargeTextGivesUpWithinTheLimitWhenItsOwnerNeverFinishes) {
+  XClipboard clipboard(1);
+  for (bool trickles : {false, true}) {
+    SCOPED_TRACE(trickles ? "an owner trickling pieces without end" : "an owner fallen silent");
+    BadOwner owner(trickles);
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(clipboard.readText(), std::nullopt);
+    const double took = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    EXPECT_GE(took, 0.9);
+    EXPECT_LT(took, 2.0) << "the limit covers the whole transfer";
+  }
+  // The next owner's text comes through as usual.
+  run("printf 'apr\xC3\xA8s' | xclip -selection clipboard -i >/dev/null 2>&1");
+  EXPECT_TRUE(waitFor([&] { return clipboard.readText() == "apr\xC3\xA8s"; }, 5));
+  clipboard.clear();
 }
 
 TEST_F(Desktop, ScreensAndThePointerAreMeasuredFromTheBottomLeft) {

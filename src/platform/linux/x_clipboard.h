@@ -1,6 +1,6 @@
 // The CLIPBOARD selection, plain UTF-8 text. A thread of its own owns a hidden window and answers
 // other applications' paste requests, so the text stays available while the main queue is busy
-// or blocked.
+// or blocked. Large texts travel in pieces (INCR) both ways.
 #pragma once
 
 #include <memory>
@@ -11,7 +11,8 @@ namespace mirlo::linuxdesk {
 
 class XClipboard final : public Clipboard {
  public:
-  // `answerLimit`: how long a read waits for the owner of the selection to hand over its text.
+  // `answerLimit`: how long a read waits for the owner of the selection to hand over its text, all
+  // of it when it comes in pieces.
   explicit XClipboard(double answerLimit);  // throws NoDisplayError
   ~XClipboard() override;
   XClipboard(const XClipboard&) = delete;
