@@ -32,6 +32,9 @@ constexpr std::size_t kRequestHeadroom = 1024;
 // A requestor that takes no piece for this long has gone away without telling; its transfer is
 // dropped so that the text it holds can be freed.
 constexpr auto kStalledRequestor = std::chrono::seconds(30);
+// An owner's pieces are taken up to this size: an owner that never stops cannot fill the memory in
+// the time a read is given. Far beyond any text worth correcting.
+constexpr std::size_t kLargestText = 64 * 1024 * 1024;
 
 struct Property {
   Atom type = None;
@@ -345,7 +348,7 @@ struct XClipboard::Impl {
       if (change.atom != property || change.state != PropertyNewValue || finished || failed) return;
       auto piece = takeProperty();
       if (!piece) return;  // already taken
-      if (piece->format != 8)
+      if (piece->format != 8 || whole.size() + piece->bytes.size() > kLargestText)
         failed = true;
       else if (piece->bytes.empty())
         finished = true;
