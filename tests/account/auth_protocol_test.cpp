@@ -88,14 +88,6 @@ TEST(Callback, RefusedCallbacksChangeNothing) {
   }
 }
 
-TEST(Callback, RefusedCallbackKeepsTheCurrentSession) {
-  SimWorld w;
-  w.signIn("lea@example.fr", "refresh-1");
-  EXPECT_FALSE(w.app->auth().handleCallback("mirlo://auth#access_token=x"));
-  EXPECT_EQ(w.app->auth().refreshToken(), "refresh-1");
-  EXPECT_EQ(w.app->auth().email(), "lea@example.fr");
-}
-
 TEST(Callback, PiecesAreTakenAsGiven) {
   SimWorld w;
   // Empty pieces are skipped; the later of two duplicates wins, unless it is itself skipped;
@@ -196,17 +188,6 @@ TEST(PasswordSignIn, SendsTheCredentialsAsTheyAreAndSignsInOnATokenPair) {
   EXPECT_EQ(r.headers, (Headers{{"Content-Type", "application/json"}, {"apikey", "anon-key-for-tests"}}));
   ASSERT_TRUE(r.body);
   EXPECT_EQ(*parseJson(*r.body), (Json{{"email", " Marc@Exemple.fr"}, {"password", password}}));
-}
-
-TEST(PasswordSignIn, SignUpGoesToItsOwnEndpoint) {
-  SimWorld w;
-  w.desk.http.enqueue(kSignupPath, SimAnswer::json(200, tokenAnswer(accessTokenFor("n@e.fr"), "r")));
-  PasswordOutcome outcome;
-  w.app->auth().signUp("n@e.fr", "longenough", [&](auto message) { outcome = {true, message}; });
-  w.advance();
-  EXPECT_TRUE(outcome.called);
-  EXPECT_EQ(outcome.message, std::nullopt);
-  EXPECT_EQ(w.desk.http.requestCount(kSignupPath), 1u);
 }
 
 TEST(PasswordSignIn, AnswersAreJudgedByTheirBodyAlone) {
