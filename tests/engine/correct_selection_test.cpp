@@ -37,7 +37,8 @@ TEST(CorrectThroughAccessibility, SendsTheSelectionWithItsSurroundingWhiteSpace)
   EXPECT_EQ(world.desk.frontText(), "a Le chat.\n b");
 }
 
-// An element whose selected text cannot be written falls back to a synthesised paste.
+// An element whose selected text cannot be written falls back to a synthesised paste (its keys are
+// in the paste-fallback scenario).
 class RefusedWrite : public ::testing::Test {
  protected:
   void correct() {
@@ -49,9 +50,6 @@ class RefusedWrite : public ::testing::Test {
   void expectPastedAndClipboardRestored() {
     EXPECT_EQ(world.desk.pastesSeen, 1);
     EXPECT_EQ(world.desk.frontText(), "Il fait beau. Oui.");
-    ASSERT_EQ(world.desk.keyboard.posted.size(), 2u);
-    EXPECT_EQ(world.desk.keyboard.posted[0].keyCode, 9);
-    EXPECT_EQ(world.desk.keyboard.posted[0].flags, modifier::command);
     world.advance(0.5);
     EXPECT_EQ(world.desk.clipboard.text, "la liste de courses");
     EXPECT_FALSE(world.app->engine().busy());
@@ -109,7 +107,7 @@ TEST_F(NoAccessibility, CopiesPastesAndGivesTheClipboardBack) {
   serviceAnswers(world, "Je suis allé", 0.3);
 
   world.app->engine().run("fix");
-  EXPECT_EQ(world.desk.clipboard.text, "Je suis aller");  // emptied before the copy, then copied
+  EXPECT_EQ(world.desk.clipboard.text, "Je suis aller");  // the copy went out at once
   world.advance(0.2);
   EXPECT_EQ(world.desk.clipboard.text, "numéro de commande 4411");  // back while the service works
   world.advance(0.3);
