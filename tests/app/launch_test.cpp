@@ -14,9 +14,7 @@ TEST(Launch, GreetsANewUserWithTheMenuTheKeysAndTheUpdateCheck) {
   launch(world);
 
   // The status item and its menu are in the sign-in-callback scenario.
-  ASSERT_EQ(world.desk.hotKeys.registered.size(), 2u);
-  EXPECT_EQ(world.desk.hotKeys.registered[0].keyCode, 0);
-  EXPECT_EQ(world.desk.hotKeys.registered[1].keyCode, 8);
+  EXPECT_EQ(world.desk.hotKeys.registered.size(), 2u);  // their keys are in hot_keys_test.cpp
   EXPECT_EQ(world.desk.http.requestCount("/version.json"), 1u);
   // Only the browsers known to need it have their accessibility switched on.
   EXPECT_EQ(world.app->delegate().armedPids(), (std::set<std::int32_t>{301}));

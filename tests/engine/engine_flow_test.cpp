@@ -103,7 +103,10 @@ TEST_F(CorrectionFlow, AnInvalidServiceAddressIsShownAsAnError) {
   EXPECT_TRUE(broken.app->engine().busy()) << "the failure comes back through the main queue";
   broken.advance();
   EXPECT_EQ(broken.app->card().state(), Card::State::error);
+  EXPECT_EQ(broken.desk.http.requestCount(), 0u);
   EXPECT_FALSE(broken.app->engine().busy());
+  broken.advance(0.15);  // the progress card glides into the error
+  EXPECT_NE(sim::findText(broken.desk.ui.openPanel()->views, "Configuration invalide"), nullptr);
 }
 
 }  // namespace

@@ -39,15 +39,6 @@ class ServiceRequest : public ::testing::Test {
   SimWorld world;
 };
 
-TEST_F(ServiceRequest, AnAddressThatDoesNotParseFailsAtOnceWithoutARequest) {
-  SimWorld broken(AppConfig{"https://exa mple.test", "k", "https://site.test"});
-  std::optional<CorrectionResult> outcome;
-  broken.app->engine().request("x", "fix", true, [&](CorrectionResult r) { outcome = r; });
-  ASSERT_TRUE(outcome.has_value());  // synchronously, on the caller's thread
-  EXPECT_EQ(std::get<MirloError>(*outcome), (MirloError{"Configuration invalide", false, std::nullopt}));
-  EXPECT_EQ(broken.desk.http.requests().size(), 0u);
-}
-
 // The body alone decides, whatever the status: a result wins, else the code and error text.
 TEST_F(ServiceRequest, EachAnswerBecomesWhatTheUserReads) {
   const std::string invalid = "Réponse invalide du serveur";
