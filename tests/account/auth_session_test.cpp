@@ -73,20 +73,7 @@ TEST(AuthSession, ARefreshTokenAloneSignsInEvenWithoutAReadableAccessToken) {
   }
 }
 
-TEST(AuthSession, PlanLabelsMatchExactly) {
-  SimWorld w;
-  Auth& auth = w.app->auth();
-  const std::pair<const char*, const char*> table[] = {
-      {"pro_mensuel", "Pro · Mensuel"}, {"pro_annuel", "Pro · Annuel"}, {"lifetime", "Lifetime"},
-      {"Pro_Mensuel", "Gratuit"},       {"LIFETIME", "Gratuit"},        {"free", "Gratuit"},
-      {"", "Gratuit"},                  {"pro_mensuel ", "Gratuit"},
-  };
-  for (const auto& [plan, label] : table) {
-    auth.setPlan(plan);
-    EXPECT_EQ(auth.planLabel(), label) << plan;
-  }
-}
-
+// The plan labels are read where the user sees them: the menu and the settings window.
 TEST(AuthSession, SignOutForgetsEverythingButTheLastAllowance) {
   SimWorld w;
   w.signIn();

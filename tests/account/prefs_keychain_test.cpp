@@ -11,13 +11,6 @@ namespace {
 
 using testing::SimWorld;
 
-TEST(Prefs, FreshInstallHasTheCardOnAndOnboardingNotDone) {
-  SimWorld w;
-  EXPECT_TRUE(w.app->prefs().popupEnabled());
-  EXPECT_FALSE(w.app->prefs().onboarded());
-  EXPECT_TRUE(w.desk.defaults.values.empty()) << "reading the defaults must not write them";
-}
-
 TEST(Prefs, ValuesOfTheWrongTypeAreConvertedNotTreatedAsAbsent) {
   SimWorld w;
   // A present value counts as whatever the boolean conversion gives, not as the default.
@@ -49,19 +42,8 @@ TEST(Prefs, DeviceIdIsCreatedOnFirstReadAsAnUpperCaseUuidAndNeverChanges) {
   EXPECT_NE(other.app->prefs().deviceId(), first);
 }
 
-TEST(Keychain, SaveReplacesAndTheEmptyValueDeletes) {
-  SimWorld w;
-  Keychain& keychain = w.app->keychain();
-  EXPECT_EQ(keychain.load("svc"), "");
-  keychain.save("svc", "first");
-  keychain.save("svc", "second");  // the store refuses duplicates: only delete-then-add works
-  EXPECT_EQ(keychain.load("svc"), "second");
-  EXPECT_EQ(w.desk.secrets.items.size(), 1u);
-  keychain.save("svc", "");
-  EXPECT_EQ(keychain.load("svc"), "");
-  EXPECT_TRUE(w.desk.secrets.items.empty());
-}
-
+// Replacing and deleting the session item is told through the session in auth_session_test.cpp
+// and auth_protocol_test.cpp.
 TEST(Keychain, ItemsAreKeptApartByServiceAndForeignItemsAreReplaced) {
   SimWorld w;
   w.desk.secrets.items["other"] = "someone else's";

@@ -37,7 +37,8 @@ TEST(CorrectThroughAccessibility, SendsTheSelectionWithItsSurroundingWhiteSpace)
   EXPECT_EQ(world.desk.frontText(), "a Le chat.\n b");
 }
 
-// An element whose selected text cannot be written falls back to a synthesised paste.
+// An element whose selected text cannot be written falls back to a synthesised paste (its keys are
+// in the paste-fallback scenario).
 class RefusedWrite : public ::testing::Test {
  protected:
   void correct() {
@@ -49,9 +50,6 @@ class RefusedWrite : public ::testing::Test {
   void expectPastedAndClipboardRestored() {
     EXPECT_EQ(world.desk.pastesSeen, 1);
     EXPECT_EQ(world.desk.frontText(), "Il fait beau. Oui.");
-    ASSERT_EQ(world.desk.keyboard.posted.size(), 2u);
-    EXPECT_EQ(world.desk.keyboard.posted[0].keyCode, 9);
-    EXPECT_EQ(world.desk.keyboard.posted[0].flags, modifier::command);
     world.advance(0.5);
     EXPECT_EQ(world.desk.clipboard.text, "la liste de courses");
     EXPECT_FALSE(world.app->engine().busy());
@@ -102,34 +100,23 @@ class NoAccessibility : public ::testing::Test {
   sim::SimApp& app;
 };
 
+// The keys, the request and the undo record of this path are in the clipboard-path scenario; here
+// when the clipboard is emptied, handed back and handed back again.
 TEST_F(NoAccessibility, CopiesPastesAndGivesTheClipboardBack) {
   world.desk.clipboard.putText("numéro de commande 4411");
   serviceAnswers(world, "Je suis allé", 0.3);
 
   world.app->engine().run("fix");
-  // The copy shortcut went out at once; the clipboard was emptied first.
-  ASSERT_EQ(world.desk.keyboard.posted.size(), 2u);
-  EXPECT_EQ(world.desk.keyboard.posted[0].keyCode, 8);
-  EXPECT_TRUE(world.desk.keyboard.posted[0].down);
-  EXPECT_FALSE(world.desk.keyboard.posted[1].down);
-  EXPECT_EQ(world.desk.keyboard.posted[1].flags, modifier::command);
-  EXPECT_EQ(world.desk.clipboard.text, "Je suis aller");
-
+  EXPECT_EQ(world.desk.clipboard.text, "Je suis aller");  // the copy went out at once
   world.advance(0.2);
-  EXPECT_EQ(lastSentText(world), "Je suis aller");
   EXPECT_EQ(world.desk.clipboard.text, "numéro de commande 4411");  // back while the service works
-  EXPECT_EQ(world.desk.frontText(), "Je suis aller au marché.");
   world.advance(0.3);
 
   EXPECT_EQ(world.desk.frontText(), "Je suis allé au marché.");
   ASSERT_EQ(world.desk.keyboard.posted.size(), 4u);
   EXPECT_EQ(world.desk.keyboard.posted[2].keyCode, 9);
-  EXPECT_EQ(world.desk.keyboard.posted[2].flags, modifier::command);
   EXPECT_EQ(world.desk.clipboard.text, "Je suis allé");
   EXPECT_FALSE(world.app->engine().busy());
-  ASSERT_TRUE(world.app->engine().undoInfo());
-  EXPECT_EQ(world.app->engine().undoInfo()->element, nullptr);
-  EXPECT_EQ(world.app->engine().undoInfo()->location, 0);
 
   world.advance(0.49);
   EXPECT_EQ(world.desk.clipboard.text, "Je suis allé");

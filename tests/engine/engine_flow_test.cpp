@@ -67,27 +67,30 @@ TEST_F(CorrectionFlow, WithoutPermissionOrSessionTheOnboardingOpensInstead) {
   EXPECT_EQ(signedOut.desk.http.requests().size(), 0u);
 }
 
-TEST_F(CorrectionFlow, AServiceErrorIsShownOnTheCardAndNothingIsWritten) {
+// The quota card itself is in the quota-upsell scenario.
+TEST_F(CorrectionFlow, AServiceErrorLeavesNothingToUndo) {
   serviceAnswers(R"({"code":"quota","error":"Limite du jour atteinte"})");
   engine().run("fix");
   world.advance(1);
   EXPECT_EQ(card().state(), Card::State::error);
-  EXPECT_NE(cardText().find("aujourd'hui"), std::string::npos);
-  EXPECT_EQ(element().text, "Je suis alé au marché.");
   EXPECT_FALSE(engine().undoInfo().has_value());
   EXPECT_EQ(corrections(), 0u);
   EXPECT_FALSE(engine().busy());
-  EXPECT_FALSE(world.desk.ui.openPanel()->ignoresMouseEvents) << "the upsell card takes clicks";
 }
 
-TEST_F(CorrectionFlow, ARejectedSessionOpensTheOnboardingAndShowsTheError) {
-  serviceAnswers(R"({"code":"auth"})");
-  world.desk.http.enqueue("grant_type=refresh_token", SimAnswer::json(400, R"({"error_code":"session_expired"})"));
+// A refresh that succeeds is in the auth-refresh-once scenario.
+TEST_F(CorrectionFlow, ARefusedRefreshSignsOutOpensTheOnboardingAndShowsTheError) {
+  serviceAnswers(R"({"code":"auth","error":"JWT expired"})");
+  world.desk.http.enqueue("grant_type=refresh_token",
+                          SimAnswer::json(400, R"({"error_code":"refresh_token_not_found","msg":"Invalid Refresh Token"})"));
   engine().run("fix");
   world.advance(1);
-  EXPECT_NE(cardText().find("Reconnecte-toi à ton compte"), std::string::npos);
+  EXPECT_EQ(cardText(), "! Reconnecte-toi à ton compte");
   EXPECT_NE(world.desk.ui.window(kWelcome), nullptr);
   EXPECT_FALSE(world.app->auth().isSignedIn());
+  EXPECT_EQ(world.desk.secrets.items.count("io.mirlo.app.session"), 0u);
+  EXPECT_EQ(world.desk.http.requestCount("grant_type=refresh_token"), 1u);
+  EXPECT_EQ(world.desk.http.requestCount(kCorrect), 1u);
   EXPECT_FALSE(engine().busy());
 }
 
@@ -100,7 +103,10 @@ TEST_F(CorrectionFlow, AnInvalidServiceAddressIsShownAsAnError) {
   EXPECT_TRUE(broken.app->engine().busy()) << "the failure comes back through the main queue";
   broken.advance();
   EXPECT_EQ(broken.app->card().state(), Card::State::error);
+  EXPECT_EQ(broken.desk.http.requestCount(), 0u);
   EXPECT_FALSE(broken.app->engine().busy());
+  broken.advance(0.15);  // the progress card glides into the error
+  EXPECT_NE(sim::findText(broken.desk.ui.openPanel()->views, "Configuration invalide"), nullptr);
 }
 
 }  // namespace

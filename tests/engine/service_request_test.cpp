@@ -1,4 +1,6 @@
-// The correction request as the service sees it, and every kind of answer as the user sees it.
+// Every kind of answer to a correction request as the user sees it. The request itself, a transport
+// failure, the time-out and the refresh of an expired session are in the scenarios under
+// tests/scenarios/; a refused refresh in engine_flow_test.cpp.
 #include <gtest/gtest.h>
 
 #include <optional>
@@ -36,38 +38,6 @@ class ServiceRequest : public ::testing::Test {
 
   SimWorld world;
 };
-
-// Headers as they reach the wire are checked over loopback; here what only the request carries.
-TEST_F(ServiceRequest, SendsTheTextModeAndDeviceWithAFifteenSecondLimit) {
-  world.signIn("lea@example.fr");
-  answer(200, R"({"result":"ok"})");
-  send("  Je suis alé \n", "rephrase");
-
-  auto requests = world.desk.http.requests();
-  ASSERT_EQ(requests.size(), 1u);
-  const auto& r = requests[0];
-  EXPECT_EQ(r.method, "POST");
-  EXPECT_EQ(r.url, "https://project.supabase.test/functions/v1/correct");
-  EXPECT_DOUBLE_EQ(r.timeoutSeconds, 15);
-  EXPECT_EQ(r.cachePolicy, CachePolicy::protocolDefault);
-  auto body = parseJson(r.body.value_or(""));
-  ASSERT_TRUE(body && body->is_object());
-  EXPECT_EQ(body->size(), 3u);
-  EXPECT_EQ((*body)["text"], "  Je suis alé \n");  // sent as selected, not trimmed
-  EXPECT_EQ((*body)["mode"], "rephrase");
-  const std::string device = (*body)["device_id"];
-  EXPECT_EQ(device, world.app->prefs().deviceId());
-  EXPECT_EQ(device.size(), 36u);
-}
-
-TEST_F(ServiceRequest, AnAddressThatDoesNotParseFailsAtOnceWithoutARequest) {
-  SimWorld broken(AppConfig{"https://exa mple.test", "k", "https://site.test"});
-  std::optional<CorrectionResult> outcome;
-  broken.app->engine().request("x", "fix", true, [&](CorrectionResult r) { outcome = r; });
-  ASSERT_TRUE(outcome.has_value());  // synchronously, on the caller's thread
-  EXPECT_EQ(std::get<MirloError>(*outcome), (MirloError{"Configuration invalide", false, std::nullopt}));
-  EXPECT_EQ(broken.desk.http.requests().size(), 0u);
-}
 
 // The body alone decides, whatever the status: a result wins, else the code and error text.
 TEST_F(ServiceRequest, EachAnswerBecomesWhatTheUserReads) {
@@ -123,16 +93,6 @@ TEST_F(ServiceRequest, HostileAnswersEndInAMessageNeverACrash) {
   EXPECT_EQ(std::get<std::string>(send()).size(), huge.size());
 }
 
-TEST_F(ServiceRequest, ATransportFailureIsPassedOnAsItIs) {
-  world.desk.http.enqueue(kCorrect, SimAnswer::failure("The Internet connection appears to be offline."));
-  auto r = send();
-  ASSERT_TRUE(std::holds_alternative<TransportError>(r));
-  EXPECT_EQ(std::get<TransportError>(r).description, "The Internet connection appears to be offline.");
-
-  world.desk.http.enqueue(kCorrect, SimAnswer::json(200, R"({"result":"late"})", 16));
-  EXPECT_EQ(std::get<TransportError>(send()).description, sim::SimHttp::kTimedOut);
-}
-
 TEST_F(ServiceRequest, PlanAndUsageAreRecordedWhateverTheOutcome) {
   auto& auth = world.app->auth();
   answer(200, R"({"code":"quota","plan":"gratuit","usage":{"used":3,"limit":3}})");
@@ -169,24 +129,6 @@ TEST_F(ServiceRequest, TheUsageUpdateIsQueuedBeforeAnythingTheCompletionQueues) 
   });
   world.advance(1);
   EXPECT_EQ(planSeenByTheNextTask, "lifetime");
-}
-
-class ServiceRequestAuth : public ServiceRequest {
- protected:
-  void SetUp() override { world.signIn("lea@example.fr", "old-refresh"); }
-  std::size_t refreshes() { return world.desk.http.requestCount("grant_type=refresh_token"); }
-};
-
-// Refreshing once and repeating the request is told in tests/scenarios/auth-refresh-once.
-TEST_F(ServiceRequestAuth, AFailedRefreshAsksTheUserToSignInAgainAndSignsOut) {
-  answer(401, R"({"code":"auth","error":"JWT expired"})");
-  world.desk.http.enqueue("grant_type=refresh_token",
-                          SimAnswer::json(400, R"({"error_code":"refresh_token_not_found","msg":"Invalid Refresh Token"})"));
-  EXPECT_EQ(errorOf(send()), (MirloError{"Reconnecte-toi à ton compte", false, "auth"}));
-  EXPECT_EQ(refreshes(), 1u);
-  EXPECT_FALSE(world.app->auth().isSignedIn());
-  EXPECT_EQ(world.desk.secrets.items.count("io.mirlo.app.session"), 0u);
-  EXPECT_EQ(world.desk.http.requestCount(kCorrect), 1u);
 }
 
 }  // namespace

@@ -17,16 +17,13 @@ TEST_F(LifecycleTest, NewPanelFadesInAsAFloatingNonActivatingRoundedCard) {
   auto& p = panel();
   EXPECT_TRUE(p.style.nonActivating);
   EXPECT_FALSE(p.style.hidesOnDeactivate);
-  EXPECT_EQ(p.style.contentRect, (Rect{352.5, 454, 185, 38}));
-  EXPECT_FALSE(p.ignoresMouseEvents);
-  // Its views are there at once; it fades from 0 to 1 over 0.12 s.
-  EXPECT_EQ(texts(), (std::vector<std::string>{"Corriger", "Reformuler"}));
+  // Its views are there at once (what they say is in card_contents_test.cpp); it fades from 0 to
+  // 1 over 0.12 s.
+  EXPECT_FALSE(p.views.empty());
   ASSERT_EQ(p.animations.size(), 1u);
   EXPECT_EQ(p.animations[0].alpha, 1.0);
   EXPECT_EQ(p.animations[0].duration, 0.12);
   EXPECT_GE(p.orderFrontCount, 1);
-  EXPECT_EQ(card().state(), Card::State::buttons);
-  EXPECT_TRUE(card().isButtonsOpen());
 }
 
 TEST_F(LifecycleTest, ChangingContentReusesThePanelAndGlidesToTheNewFrame) {
@@ -79,23 +76,13 @@ TEST_F(LifecycleTest, CloseDuringTheGlideDropsTheNewViews) {
   EXPECT_TRUE(p->views.empty());
 }
 
-TEST_F(LifecycleTest, ButtonsCloseByThemselvesAfterThreeSeconds) {
-  card().showButtons(kSelection);
-  world.advance(2.99);
-  EXPECT_TRUE(onScreen());
-  world.advance(0.02);
-  EXPECT_FALSE(onScreen());
-  EXPECT_EQ(card().state(), Card::State::idle);
-  EXPECT_FALSE(card().hasPanel());
-  EXPECT_FALSE(card().anchor().has_value());
-}
-
 TEST_F(LifecycleTest, AutoCloseTimesByContent) {
   struct Case {
     std::function<void(Card&)> show;
     double closesAfter;
   };
   const std::vector<Case> cases = {
+      {[](Card& c) { c.showButtons(kSelection); }, 3.0},
       {[](Card& c) { c.showConnect(kSelection); }, 3.0},
       {[](Card& c) { c.showNotice("Texte copié"); }, 3.5},
       {[](Card& c) { c.showSuccess("Texte corrigé", [] {}); }, 4.0},
@@ -109,21 +96,17 @@ TEST_F(LifecycleTest, AutoCloseTimesByContent) {
     EXPECT_TRUE(onScreen()) << c.closesAfter;
     world.advance(0.02);
     EXPECT_FALSE(onScreen()) << c.closesAfter;
+    EXPECT_EQ(card().state(), Card::State::idle);
+    EXPECT_FALSE(card().anchor().has_value());
   }
 }
 
+// Progress has no timer of its own, and the offer's timer does not close what replaced it.
 TEST_F(LifecycleTest, ProgressStaysUntilReplaced) {
-  card().showProgress("Correction…");
-  world.advance(600);
-  EXPECT_TRUE(onScreen());
-  EXPECT_EQ(card().state(), Card::State::progress);
-}
-
-TEST_F(LifecycleTest, TimerOfAReplacedCardLeavesTheNewerOneOpen) {
   card().showButtons(kSelection);
   world.advance(1);
   card().showProgress("Correction…");
-  world.advance(2.5);  // past the buttons' 3 seconds
+  world.advance(600);
   EXPECT_TRUE(onScreen());
   EXPECT_EQ(card().state(), Card::State::progress);
 }

@@ -97,24 +97,16 @@ TEST_F(PlacementTest, NoScreensAtAllLeavesTheCardWhereTheSelectionIs) {
   EXPECT_EQ(panel().frame().origin(), (Point{5008 - 55.5, 5000 - 46}));
 }
 
-TEST_F(PlacementTest, NoAnchorCentresTheCardUnderThePointer) {
+TEST_F(PlacementTest, NoAnchorCentresTheCardUnderThePointerEvenOffTheScreen) {
   card().showButtons(std::nullopt);
   EXPECT_EQ(panel().frame().origin(), (Point{720 - 92.5, 450 - 38 - 16}));
-}
-
-TEST_F(PlacementTest, UnderThePointerIsNotKeptOnScreen) {
+  card().close();
   desk().screens.mouse = {5, 10};
   card().showButtons(std::nullopt);
   EXPECT_EQ(panel().frame().origin(), (Point{-87.5, -44}));
 }
 
-TEST_F(PlacementTest, LaterCardsFollowTheSameSelection) {
-  card().showButtons(Rect{400, 500, 8, 16});
-  card().showProgress("Correction…");  // 131 × 35
-  settle();
-  EXPECT_EQ(panel().frame(), (Rect{408 - 0.3 * 131, 500 - 35 - 8, 131, 35}));
-}
-
+// Later cards following the same selection is told with the glide in card_lifecycle_test.cpp.
 TEST_F(PlacementTest, NoticeGoesToThePointerEvenRightAfterAButtonsCard) {
   card().showButtons(Rect{400, 500, 8, 16});
   card().showNotice("Texte copié");  // 123 × 35

@@ -72,15 +72,7 @@ TEST_F(FlatButtonTest, ClosureThatReplacesItselfWhileRunningCompletes) {
   EXPECT_EQ(seen, "premier");
 }
 
-TEST_F(FlatButtonTest, UnfilledButtonShowsHoverBackgroundUntilThePointerLeaves) {
-  FlatButton button(ui(), "Annuler", DA::muted, false, false);
-  auto node = show(button.view());
-  ASSERT_TRUE(sim::pointerEnters(*node));
-  EXPECT_EQ(node->view.background, DA::hover);
-  ASSERT_TRUE(sim::pointerExits(*node));
-  EXPECT_FALSE(node->view.background.has_value());
-}
-
+// The unfilled button's hover is told on the card's own buttons in card_contents_test.cpp.
 TEST_F(FlatButtonTest, FilledButtonNeverChangesUnderThePointer) {
   FlatButton button(ui(), "Continuer", DA::green, true, true);
   auto node = show(button.view());
@@ -90,9 +82,8 @@ TEST_F(FlatButtonTest, FilledButtonNeverChangesUnderThePointer) {
   EXPECT_EQ(node->view.background, DA::ink);
 }
 
-TEST_F(FlatButtonTest, AcceptsTheFirstMouseAndTracksHoverWithOneAreaAcrossResizes) {
+TEST_F(FlatButtonTest, TracksHoverWithOneAreaAcrossResizes) {
   FlatButton button(ui(), "Corriger", DA::green, true, false);
-  EXPECT_TRUE(button.view().acceptsFirstMouse);
   auto node = show(button.view());
   ASSERT_EQ(node->trackingAreas.size(), 1u);
   EXPECT_EQ(node->trackingAreas[0], (Rect{0, 0, 73, 26}));

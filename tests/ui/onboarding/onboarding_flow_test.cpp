@@ -19,7 +19,6 @@ TEST_F(Flow, AFirstLaunchGoesThroughSignInPermissionAndDemonstrationToTheRecap) 
   EXPECT_EQ(window().background, DA::cream);
   EXPECT_TRUE(window().key);
   EXPECT_EQ(step(), "Étape 1 sur 3");
-  EXPECT_TRUE(shows("Connecte-toi pour commencer"));
   EXPECT_EQ(lines().front(), "Se connecter…");
 
   window().type("ton@exemple.fr", "lea@example.fr");
@@ -27,22 +26,15 @@ TEST_F(Flow, AFirstLaunchGoesThroughSignInPermissionAndDemonstrationToTheRecap) 
   answerSignIn("lea@example.fr");
   click("Se connecter");
   EXPECT_EQ(step(), "Étape 2 sur 3");
-  EXPECT_TRUE(shows("Autorise Mirlo à lire ta sélection"));
   // The menu follows the account at once.
   EXPECT_EQ(lines().front(), "lea@example.fr [off]");
 
-  world.advance(2.5);
-  EXPECT_EQ(step(), "Étape 2 sur 3");
+  // Each page's timing is told in its own test below and in demonstration_test.cpp.
   desk().accessibility.trusted = true;
   world.advance(1.0);
   EXPECT_EQ(step(), "Étape 3 sur 3");
-  EXPECT_FALSE(world.app->prefs().onboarded());
-
   world.advance(4.9);
-  EXPECT_TRUE(world.app->prefs().onboarded());
   ASSERT_TRUE(click("Suivant"));
-  EXPECT_TRUE(shows("🎉 C'est parti !"));
-  EXPECT_EQ(step(), "");
   ASSERT_TRUE(click("Terminer"));
   EXPECT_FALSE(onScreen());
 
