@@ -24,20 +24,6 @@ SENTENCE = "Il fait tres beau et je voudrais un cafe."
 CORRECTED = "Il fait très beau et je voudrais un café."
 
 
-def text_accessible(pid):
-    import pyatspi
-    for application in pyatspi.Registry.getDesktop(0):
-        try:
-            if application is None or application.get_process_id() != pid:
-                continue
-        except Exception:
-            continue
-        found = pyatspi.findDescendant(application, lambda a: a.getRole() == pyatspi.ROLE_TEXT)
-        if found is not None:
-            return found
-    return None
-
-
 class HotKey:
     """Control+Shift+A pressed and let go through XTest, as one burst: the time of a round starts
     when the burst is flushed, with no helper process to start."""
@@ -107,7 +93,7 @@ def main():
 
         editor, _, _ = bench.open_editor("editor", accessible=True)
         bench.type_text("x")
-        accessible = wait_for(lambda: text_accessible(editor.pid), 20, "the editor's text view")
+        accessible = wait_for(lambda: bench.text_accessible(editor.pid), 20, "the editor's text view")
         text, editable = accessible.queryText(), accessible.queryEditableText()
 
         hot_key = HotKey()

@@ -153,10 +153,10 @@ class E2E:
 
     # --- AT-SPI ------------------------------------------------------------------------------
     @staticmethod
-    def text_view(pid):
+    def text_accessible(pid):
+        """The first text view of the process's accessibility tree, or None."""
         import pyatspi
-        desktop = pyatspi.Registry.getDesktop(0)
-        for application in desktop:
+        for application in pyatspi.Registry.getDesktop(0):
             try:
                 if application is None or application.get_process_id() != pid:
                     continue
@@ -164,8 +164,12 @@ class E2E:
                 continue
             view = pyatspi.findDescendant(application, lambda a: a.getRole() == pyatspi.ROLE_TEXT)
             if view is not None:
-                return view.queryText()
+                return view
         return None
+
+    def text_view(self, pid):
+        view = self.text_accessible(pid)
+        return view.queryText() if view is not None else None
 
     def editor_text(self, pid):
         view = self.text_view(pid)
