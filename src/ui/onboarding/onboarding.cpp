@@ -86,13 +86,13 @@ void Onboarding::show() {
       // Once for the controller's life: the window is created only once.
       app_.notifications().observe(Auth::changed, life_.guard([this] { refresh(); }));
     }
-    refresh();
+    refresh(true);
     ui.activateIgnoringOtherApps();
     window_->makeKeyAndOrderFront();
   }));
 }
 
-void Onboarding::refresh() {
+void Onboarding::refresh(bool asked) {
   if (!window_) return;
   if (axTimer_) axTimer_->invalidate();
   if (!app_.auth().isSignedIn()) {
@@ -102,7 +102,9 @@ void Onboarding::refresh() {
     startPermissionTimer();
     setContent(std::move(step));
   } else {
-    if (app_.prefs().onboarded()) {
+    // Everything done: a change of account or permission has nothing left to show, but a person
+    // who asked for the window (mirlo://activate) sees the demonstration again, not an empty window.
+    if (app_.prefs().onboarded() && !asked) {
       window_->close();
       return;
     }

@@ -35,13 +35,15 @@ class Onboarding {
 
   explicit Onboarding(App& app);
 
-  // Opens (creating it once) and fronts the window at the first unfinished step. Deferred to the
-  // main queue so that it can be called from any main-queue context.
+  // Opens (creating it once) and fronts the window at the first unfinished step, or at the
+  // demonstration when every step is done. Deferred to the main queue so that it can be called
+  // from any main-queue context.
   void show();
   // Opens the window unless the user is signed in, trusted and already onboarded.
   void showIfNeeded();
-  // The step machine: rebuilds the content for the current step.
-  void refresh();
+  // The step machine: rebuilds the content for the current step. With every step done the window
+  // closes, unless the person `asked` for it (show), who sees the demonstration again.
+  void refresh(bool asked = false);
 
   // ---- Pieces of every page.
   // An empty page with the word mark and its wavy red underline.
