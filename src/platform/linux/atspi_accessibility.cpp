@@ -202,12 +202,11 @@ struct AtspiAccessibility::Impl {
     if (!matches) return nullptr;
     std::vector<int> depths;
     for (guint i = 0; i < matches->len; ++i) depths.push_back(depthOf(g_array_index(matches, AtspiAccessible*, i)));
-    AtspiAccessible* found = nullptr;
-    if (auto index = deepestFocused(depths)) found = g_array_index(matches, AtspiAccessible*, *index);
-    for (guint i = 0; i < matches->len; ++i) {
-      auto* match = g_array_index(matches, AtspiAccessible*, i);
-      if (match != found) g_object_unref(match);
-    }
+    const auto chosen = deepestFocused(depths);
+    AtspiAccessible* found = chosen ? g_array_index(matches, AtspiAccessible*, *chosen) : nullptr;
+    // Every entry holds a reference of its own, even when one object is listed twice.
+    for (guint i = 0; i < matches->len; ++i)
+      if (!chosen || i != *chosen) g_object_unref(g_array_index(matches, AtspiAccessible*, i));
     g_array_free(matches, TRUE);
     return found;
   }
