@@ -294,6 +294,42 @@ TEST_F(Desktop, PasswordFieldsAreNeitherReadNorWrittenUnlikePlainEntries) {
   EXPECT_NE(access.setAttributeValue(field, ax::kSelectedText, std::string("x")), AXError::success);
 }
 
+TEST_F(Desktop, AWriteTheApplicationAcceptsButDoesNotMakeIsReportedAsNotDone) {
+  ASSERT_TRUE(AtspiAccessibility::enableDesktopAccessibility());
+  XWorkspace workspace;
+  AtspiAccessibility access(workspace);
+  Child field({MIRLO_REFUSING_ENTRY_PATH, "Il fait tres beau."});
+  AXElementRef element;
+  auto text = [&](const char* attribute) -> std::optional<std::string> {
+    AXValue out;
+    if (!element || access.copyAttributeValue(element, attribute, out) != AXError::success) return std::nullopt;
+    auto* s = std::get_if<std::string>(&out);
+    return s ? std::optional(*s) : std::nullopt;
+  };
+  ASSERT_TRUE(waitFor([&] {
+    auto front = workspace.frontmostApplication();
+    if (!front || front->pid != field.pid()) return false;
+    AXValue out;
+    if (access.copyAttributeValue(access.createSystemWide(), ax::kFocusedUIElement, out) != AXError::success)
+      return false;
+    element = std::get<AXElementRef>(out);
+    return text(ax::kSelectedText) == "Il fait tres beau.";
+  })) << "the entry's selection never showed through the accessibility bus";
+
+  bool settable = false;
+  ASSERT_EQ(access.isAttributeSettable(element, ax::kSelectedText, settable), AXError::success);
+  EXPECT_TRUE(settable) << "an editable entry offers the write";
+  // The application answers yes and keeps its text: the caller must hear that nothing happened,
+  // and the selection must still be there for the way round through the clipboard.
+  EXPECT_EQ(access.setAttributeValue(element, ax::kSelectedText, std::string("Il fait tr\xC3\xA8s beau.")),
+            AXError::cannotComplete);
+  EXPECT_EQ(text(ax::kValue), "Il fait tres beau.");
+  EXPECT_EQ(text(ax::kSelectedText), "Il fait tres beau.");
+  // Putting back the very same text changes nothing either, and that is a write done.
+  EXPECT_EQ(access.setAttributeValue(element, ax::kSelectedText, std::string("Il fait tres beau.")),
+            AXError::success);
+}
+
 TEST_F(Desktop, SynthesisedKeysReachTheMonitorWithTheirModifiersAndRepeats) {
   XKeyboard keyboard;
   XEventMonitor monitor;

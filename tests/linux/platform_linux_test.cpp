@@ -52,6 +52,16 @@ TEST(LinuxText, CharacterOffsetsAndUtf16UnitsConvertBothWays) {
   EXPECT_EQ(characterOffsetOfUtf16("", 0), 0);
 }
 
+TEST(LinuxFocus, TheFocusedWidgetIsTheDeepestFocusedObjectWhereverItIsListed) {
+  // A browser lists the focused field (ten ancestors) before two focused documents (five).
+  EXPECT_EQ(deepestFocused({10, 5, 5}), 0u);
+  // A toolkit that lists the focused window, then the focused entry inside it.
+  EXPECT_EQ(deepestFocused({2, 7}), 1u);
+  // Nested focused objects of equal depth: the later one, as the tree lists them.
+  EXPECT_EQ(deepestFocused({3, 6, 6}), 2u);
+  EXPECT_FALSE(deepestFocused({}));
+}
+
 TEST(LinuxScreens, TopLeftRectanglesFlipAroundThePrimaryMonitor) {
   const Rect primary{0, 0, 1280, 800};
   EXPECT_EQ(flipToBottomLeft({0, 0, 1280, 800}, primary), (Rect{0, 0, 1280, 800}));

@@ -3,9 +3,9 @@
 #include <atspi/atspi.h>
 #include <gio/gio.h>
 
-#include <functional>
-
 #include <algorithm>
+#include <functional>
+#include <vector>
 
 #include "platform/linux/gdk_screens.h"
 #include "platform/workspace.h"
@@ -51,6 +51,13 @@ std::optional<std::int64_t> characterOffsetOfUtf16(std::string_view text, std::i
     if (u == units) found = c;
     return u >= units;
   });
+  return found;
+}
+
+std::optional<std::size_t> deepestFocused(const std::vector<int>& depths) {
+  std::optional<std::size_t> found;
+  for (std::size_t i = 0; i < depths.size(); ++i)
+    if (!found || depths[i] >= depths[*found]) found = i;
   return found;
 }
 
@@ -140,6 +147,29 @@ bool selectionOffsets(AtspiText* text, gint& start, gint& end) {
   return true;
 }
 
+// The characters [start, end) of `text`, or nothing when the application does not answer.
+std::optional<std::string> textBetween(AtspiText* text, gint start, gint end) {
+  Error error;
+  gchar* chars = atspi_text_get_text(text, start, end, &error);
+  if (error || !chars) {
+    g_free(chars);
+    return std::nullopt;
+  }
+  std::string result(chars);
+  g_free(chars);
+  return result;
+}
+
+// Selects the characters [start, end), replacing the first selection if there is one.
+bool select(AtspiText* text, gint start, gint end) {
+  Error error;
+  gint count = atspi_text_get_n_selections(text, &error);
+  if (error) return false;
+  bool done = count > 0 ? atspi_text_set_selection(text, 0, start, end, &error)
+                        : atspi_text_add_selection(text, start, end, &error);
+  return done && !error;
+}
+
 }  // namespace
 
 struct AtspiAccessibility::Impl {
@@ -170,15 +200,32 @@ struct AtspiAccessibility::Impl {
     g_object_unref(rule);
     g_object_unref(states);
     if (!matches) return nullptr;
-    AtspiAccessible* found = nullptr;
-    // The deepest match is the widget itself rather than a focused container.
-    for (guint i = 0; i < matches->len; ++i) {
-      auto* candidate = g_array_index(matches, AtspiAccessible*, i);
-      if (found) g_object_unref(found);
-      found = candidate;
-    }
+    std::vector<int> depths;
+    for (guint i = 0; i < matches->len; ++i) depths.push_back(depthOf(g_array_index(matches, AtspiAccessible*, i)));
+    const auto chosen = deepestFocused(depths);
+    AtspiAccessible* found = chosen ? g_array_index(matches, AtspiAccessible*, *chosen) : nullptr;
+    // Every entry holds a reference of its own, even when one object is listed twice.
+    for (guint i = 0; i < matches->len; ++i)
+      if (!chosen || i != *chosen) g_object_unref(g_array_index(matches, AtspiAccessible*, i));
     g_array_free(matches, TRUE);
     return found;
+  }
+
+  // How many ancestors `object` has, up to a bound that no real tree reaches.
+  static int depthOf(AtspiAccessible* object) {
+    constexpr int kBound = 256;
+    int depth = 0;
+    AtspiAccessible* current = static_cast<AtspiAccessible*>(g_object_ref(object));
+    while (depth < kBound) {
+      Error error;
+      AtspiAccessible* parent = atspi_accessible_get_parent(current, &error);
+      g_object_unref(current);
+      if (!parent) return depth;
+      current = parent;
+      ++depth;
+    }
+    g_object_unref(current);
+    return depth;
   }
 
   static AtspiAccessible* applicationOf(std::int32_t pid) {
@@ -302,14 +349,9 @@ AXError AtspiAccessibility::copyAttributeValue(const AXElementRef& ref, const st
     out = AXRange{*from, *to - *from};
     return AXError::success;
   }
-  Error error;
-  gchar* selected = atspi_text_get_text(text.p, start, end, &error);
-  if (error || !selected) {
-    g_free(selected);
-    return AXError::cannotComplete;
-  }
-  out = std::string(selected);
-  g_free(selected);
+  auto selected = textBetween(text.p, start, end);
+  if (!selected) return AXError::cannotComplete;
+  out = *selected;
   return AXError::success;
 }
 
@@ -380,6 +422,9 @@ AXError AtspiAccessibility::setAttributeValue(const AXElementRef& ref, const std
     if (!text || !editable) return AXError::attributeUnsupported;
     gint start = 0, end = 0;
     if (!selectionOffsets(text.p, start, end)) return AXError::cannotComplete;
+    auto before = wholeText(text.p);
+    auto selected = textBetween(text.p, start, end);
+    if (!before || !selected) return AXError::cannotComplete;
     Error error;
     if (end > start && !atspi_editable_text_delete_text(editable.p, start, end, &error)) return AXError::cannotComplete;
     if (error) return AXError::cannotComplete;
@@ -387,7 +432,18 @@ AXError AtspiAccessibility::setAttributeValue(const AXElementRef& ref, const std
         !atspi_editable_text_insert_text(editable.p, start, replacement->c_str(),
                                          static_cast<gint>(replacement->size()), &error))
       return AXError::cannotComplete;
-    return error ? AXError::cannotComplete : AXError::success;
+    if (error) return AXError::cannotComplete;
+    // Some applications answer yes to both calls and change nothing (a browser's page, a field
+    // whose owner rejects programmatic edits). The text, read back, tells: untouched means the
+    // write did not happen. The calls may have moved the caret: the selection is put back, for
+    // another way to replace it.
+    auto after = wholeText(text.p);
+    if (!after) return AXError::cannotComplete;
+    if (*after == *before && *selected != *replacement) {
+      if (end > start) select(text.p, start, end);
+      return AXError::cannotComplete;
+    }
+    return AXError::success;
   }
   if (attribute == ax::kSelectedTextRange) {
     const auto* range = std::get_if<AXRange>(&value);
@@ -399,18 +455,14 @@ AXError AtspiAccessibility::setAttributeValue(const AXElementRef& ref, const std
     auto start = characterOffsetOfUtf16(*whole, range->location);
     auto end = characterOffsetOfUtf16(*whole, range->location + range->length);
     if (!start || !end) return AXError::illegalArgument;
+    if (*start != *end)
+      return select(text.p, static_cast<gint>(*start), static_cast<gint>(*end)) ? AXError::success
+                                                                                : AXError::cannotComplete;
     Error error;
     gint count = atspi_text_get_n_selections(text.p, &error);
     if (error) return AXError::cannotComplete;
-    bool done = false;
-    if (*start == *end) {
-      for (gint i = count - 1; i >= 0; --i) atspi_text_remove_selection(text.p, i, &error);
-      done = atspi_text_set_caret_offset(text.p, static_cast<gint>(*start), &error);
-    } else if (count > 0) {
-      done = atspi_text_set_selection(text.p, 0, static_cast<gint>(*start), static_cast<gint>(*end), &error);
-    } else {
-      done = atspi_text_add_selection(text.p, static_cast<gint>(*start), static_cast<gint>(*end), &error);
-    }
+    for (gint i = count - 1; i >= 0; --i) atspi_text_remove_selection(text.p, i, &error);
+    bool done = atspi_text_set_caret_offset(text.p, static_cast<gint>(*start), &error);
     return done && !error ? AXError::success : AXError::cannotComplete;
   }
   return AXError::attributeUnsupported;

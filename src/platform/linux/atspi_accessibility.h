@@ -4,8 +4,10 @@
 // fields are never read nor written.
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <string_view>
+#include <vector>
 
 #include "platform/accessibility.h"
 #include "platform/workspace.h"
@@ -44,5 +46,10 @@ class AtspiAccessibility final : public Accessibility {
 // inside a surrogate pair.
 std::optional<std::int64_t> utf16OfCharacterOffset(std::string_view text, std::int64_t characters);
 std::optional<std::int64_t> characterOffsetOfUtf16(std::string_view text, std::int64_t units);
+
+// Which of the focused objects an application lists (by how many ancestors each has) is the
+// widget itself: the deepest, the later one among equals. The list's order alone does not tell:
+// a browser lists the focused field before the focused documents it also keeps.
+std::optional<std::size_t> deepestFocused(const std::vector<int>& depths);
 
 }  // namespace mirlo::linuxdesk
