@@ -43,16 +43,21 @@ bool hostPresent() {
 class GtkStatusItem final : public StatusItem {
  public:
   GtkStatusItem() {
-    indicator_ = app_indicator_new("mirlo", "accessories-text-editor", APP_INDICATOR_CATEGORY_APPLICATION_STATUS);
-    app_indicator_set_title(indicator_, "Mirlo");
-    app_indicator_set_status(indicator_, APP_INDICATOR_STATUS_ACTIVE);
+    createIndicator();
+    // The indicator fetches the session bus and watches for the panel's watcher name separately;
+    // now and then the name is found first, it asks for the watcher without a bus and never
+    // registers. For a few seconds after start, an item that a present panel has not got is made
+    // again.
+    checks_ = g_timeout_add(kCheckInterval, &GtkStatusItem::checkRegistered, this);
   }
   ~GtkStatusItem() override {
+    if (checks_) g_source_remove(checks_);
     g_object_unref(indicator_);
     menus_.clear();
   }
 
   void setTitle(const std::string& title, const Font&) override {
+    title_ = title;
     // The guide keeps the item's width steady when the bullet comes and goes.
     app_indicator_set_label(indicator_, title.c_str(), "M\u2022");
   }
@@ -99,6 +104,35 @@ class GtkStatusItem final : public StatusItem {
   GtkMenu* menu() const { return menus_.empty() ? nullptr : GTK_MENU(menus_.back()->menu); }
 
  private:
+  static constexpr guint kCheckInterval = 2000;  // milliseconds
+  static constexpr int kChecks = 4;
+
+  void createIndicator() {
+    indicator_ = app_indicator_new("mirlo", "accessories-text-editor", APP_INDICATOR_CATEGORY_APPLICATION_STATUS);
+    app_indicator_set_title(indicator_, "Mirlo");
+    app_indicator_set_status(indicator_, APP_INDICATOR_STATUS_ACTIVE);
+    if (!title_.empty()) app_indicator_set_label(indicator_, title_.c_str(), "M\u2022");
+    if (GtkMenu* current = menu()) app_indicator_set_menu(indicator_, current);
+  }
+
+  static gboolean checkRegistered(gpointer data) {
+    auto* self = static_cast<GtkStatusItem*>(data);
+    gboolean connected = FALSE;
+    g_object_get(self->indicator_, "connected", &connected, nullptr);
+    if (connected || ++self->checksDone_ >= kChecks) {
+      self->checks_ = 0;
+      return G_SOURCE_REMOVE;
+    }
+    if (hostPresent()) {
+      // The stuck indicator is kept alive by the reference its failed request never gave back:
+      // disposed explicitly, it leaves the bus path free for the new one.
+      g_object_run_dispose(G_OBJECT(self->indicator_));
+      g_object_unref(self->indicator_);
+      self->createIndicator();
+    }
+    return G_SOURCE_CONTINUE;
+  }
+
   struct Built {
     std::vector<MenuItem> items;
     GtkWidget* menu = nullptr;
@@ -119,6 +153,9 @@ class GtkStatusItem final : public StatusItem {
   }
 
   AppIndicator* indicator_ = nullptr;
+  std::string title_;
+  guint checks_ = 0;
+  int checksDone_ = 0;
   std::vector<std::shared_ptr<Built>> menus_;
 };
 
