@@ -17,28 +17,14 @@ import socket
 import subprocess
 import sys
 import tempfile
-import time
+
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "support"))
+from waiting import Failure, wait_for  # noqa: E402
 
 SKIP = 77
 EMAIL = "lea@exemple.fr"
 PASSWORD = "mot de passe d'été 4411"
 PERSONS_CLIPBOARD = "Le code de la porte : 4411 ✓"
-
-
-class Failure(Exception):
-    pass
-
-
-def wait_for(condition, limit, what):
-    """Polls `condition` until it returns something true, for at most `limit` seconds."""
-    deadline = time.monotonic() + limit
-    while True:
-        value = condition()
-        if value:
-            return value
-        if time.monotonic() > deadline:
-            raise Failure(f"gave up after {limit} s waiting for {what}")
-        time.sleep(0.05)
 
 
 def run(*args, check=True, **kwargs):

@@ -20,23 +20,11 @@ import sys
 import tempfile
 import time
 
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "support"))
+from waiting import Failure, wait_for  # noqa: E402
+
 SKIP = 77
 BUS_NAME = "fr.mirlo.Mirlo"
-
-
-class Failure(Exception):
-    pass
-
-
-def wait_for(condition, limit, what):
-    deadline = time.monotonic() + limit
-    while True:
-        value = condition()
-        if value:
-            return value
-        if time.monotonic() > deadline:
-            raise Failure(f"gave up after {limit} s waiting for {what}")
-        time.sleep(0.05)
 
 
 def jwt(claims):
