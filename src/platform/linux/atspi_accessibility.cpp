@@ -114,11 +114,10 @@ bool isPassword(AtspiAccessible* object) {
   return atspi_accessible_get_role(object, &error) == ATSPI_ROLE_PASSWORD_TEXT;
 }
 
-std::optional<std::string> wholeText(AtspiText* text) {
+// The characters [start, end) of `text`, or nothing when the application does not answer.
+std::optional<std::string> textBetween(AtspiText* text, gint start, gint end) {
   Error error;
-  gint count = atspi_text_get_character_count(text, &error);
-  if (error || count < 0) return std::nullopt;
-  gchar* chars = atspi_text_get_text(text, 0, count, &error);
+  gchar* chars = atspi_text_get_text(text, start, end, &error);
   if (error || !chars) {
     g_free(chars);
     return std::nullopt;
@@ -126,6 +125,13 @@ std::optional<std::string> wholeText(AtspiText* text) {
   std::string result(chars);
   g_free(chars);
   return result;
+}
+
+std::optional<std::string> wholeText(AtspiText* text) {
+  Error error;
+  gint count = atspi_text_get_character_count(text, &error);
+  if (error || count < 0) return std::nullopt;
+  return textBetween(text, 0, count);
 }
 
 // The selection (or the caret, as an empty range) in characters.
@@ -145,19 +151,6 @@ bool selectionOffsets(AtspiText* text, gint& start, gint& end) {
   if (error) return false;
   start = end = std::max(caret, 0);
   return true;
-}
-
-// The characters [start, end) of `text`, or nothing when the application does not answer.
-std::optional<std::string> textBetween(AtspiText* text, gint start, gint end) {
-  Error error;
-  gchar* chars = atspi_text_get_text(text, start, end, &error);
-  if (error || !chars) {
-    g_free(chars);
-    return std::nullopt;
-  }
-  std::string result(chars);
-  g_free(chars);
-  return result;
 }
 
 // Selects the characters [start, end), replacing the first selection if there is one.
