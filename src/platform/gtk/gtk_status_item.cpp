@@ -6,20 +6,18 @@
 #include <cstdio>
 
 #include "platform/gtk/gtk_ui.h"
+#include "platform/keyboard.h"
 
 namespace mirlo::gtk {
 
 namespace {
 
-// The modifier flags of the key equivalents, as the core writes them.
-constexpr std::uint64_t kShift = 0x20000, kControl = 0x40000, kOption = 0x80000, kCommand = 0x100000;
-
 GdkModifierType modifiers(std::uint64_t flags) {
   int mods = 0;
-  if (flags & kShift) mods |= GDK_SHIFT_MASK;
+  if (flags & modifier::shift) mods |= GDK_SHIFT_MASK;
   // The command key of the menus is Control on this desktop.
-  if (flags & (kCommand | kControl)) mods |= GDK_CONTROL_MASK;
-  if (flags & kOption) mods |= GDK_MOD1_MASK;
+  if (flags & (modifier::command | modifier::control)) mods |= GDK_CONTROL_MASK;
+  if (flags & modifier::option) mods |= GDK_MOD1_MASK;
   return static_cast<GdkModifierType>(mods);
 }
 
