@@ -1,7 +1,6 @@
 // Takes screenshots of every card the core shows, drawn by the GTK renderer over a text window, on
 // the X display in $DISPLAY. Usage: mirlo_gtk_shots OUTPUT_DIR
 #include <cstdio>
-#include <cstdlib>
 #include <string>
 
 #include "gtk/gtk_world.h"
@@ -20,10 +19,7 @@ void shoot(const std::string& dir, const std::string& name, const GtkWorld& worl
   const int x = static_cast<int>(f.x) - margin, w = static_cast<int>(f.width) + 2 * margin;
   const int top = static_cast<int>(gtk::onXScreen(f).y) - margin, h = static_cast<int>(f.height) + 2 * margin;
   const std::string path = dir + "/" + name + ".png";
-  const std::string command = "import -window root -crop " + std::to_string(w) + "x" + std::to_string(h) + "+" +
-                              std::to_string(x) + "+" + std::to_string(top) + " +repage " + path;
-  if (std::system(command.c_str()) != 0) std::fprintf(stderr, "screenshot failed: %s\n", path.c_str());
-  else std::printf("%s  card %gx%g\n", path.c_str(), f.width, f.height);
+  if (captureScreen(path, x, top, w, h)) std::printf("%s  card %gx%g\n", path.c_str(), f.width, f.height);
 }
 
 }  // namespace

@@ -5,8 +5,11 @@
 
 #include <gtk/gtk.h>
 
+#include <cstdio>
+#include <cstdlib>
 #include <functional>
 #include <memory>
+#include <string>
 
 #include "app/app.h"
 #include "platform/gtk/gtk_ui.h"
@@ -30,6 +33,16 @@ inline bool pumpUntil(const std::function<bool()>& done, double seconds) {
     g_usleep(2000);
   }
   return done && done();
+}
+
+// Saves the screen's rectangle at (x, y), w × h (X coordinates, from the top left) as the PNG
+// `path`, with ImageMagick; false, said on stderr, when it could not.
+inline bool captureScreen(const std::string& path, int x, int y, int w, int h) {
+  const std::string command = "import -window root -crop " + std::to_string(w) + "x" + std::to_string(h) + "+" +
+                              std::to_string(x) + "+" + std::to_string(y) + " +repage " + path;
+  if (std::system(command.c_str()) == 0) return true;
+  std::fprintf(stderr, "screenshot failed: %s\n", path.c_str());
+  return false;
 }
 
 // Lets the display settle: animations run out, pending draws reach the server.

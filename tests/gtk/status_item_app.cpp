@@ -53,15 +53,9 @@ int shoot(GtkWorld& world, const Options& options) {
   const int left = std::max(0, x - margin), top = std::max(0, y - margin);
   const int right = std::min(screenWidth, x + w + margin);
   const std::string path = options.shotDir + "/" + options.shotName + ".png";
-  const std::string command = "import -window root -crop " + std::to_string(right - left) + "x" +
-                              std::to_string(y + h + margin - top) + "+" + std::to_string(left) + "+" +
-                              std::to_string(top) + " +repage " + path;
-  const int status = std::system(command.c_str());
+  const bool shot = captureScreen(path, left, top, right - left, y + h + margin - top);
   gtk_widget_hide(popup);
-  if (status != 0) {
-    std::fprintf(stderr, "screenshot failed: %s\n", path.c_str());
-    return 1;
-  }
+  if (!shot) return 1;
   std::printf("%s  menu %dx%d\n", path.c_str(), w, h);
   return 0;
 }

@@ -3,7 +3,6 @@
 // run on the simulated clock, moved forward to each moment worth a picture; the renderer's
 // animations (fades, confetti) run in real time. Usage: mirlo_gtk_window_shots OUTPUT_DIR
 #include <cstdio>
-#include <cstdlib>
 #include <string>
 
 #include "account/auth.h"
@@ -36,10 +35,8 @@ void shoot(const std::string& dir, const std::string& name, Window* window, doub
   const int top = static_cast<int>(gtk::onXScreen(f).y) - margin - titleBar;
   const int h = static_cast<int>(f.height) + 2 * margin + titleBar;
   const std::string path = dir + "/" + name + ".png";
-  const std::string command = "import -window root -crop " + std::to_string(w) + "x" + std::to_string(h) + "+" +
-                              std::to_string(x) + "+" + std::to_string(top) + " +repage " + path;
-  if (std::system(command.c_str()) != 0) std::fprintf(stderr, "screenshot failed: %s\n", path.c_str());
-  else std::printf("%s  window %gx%g at %g,%g\n", path.c_str(), f.width, f.height, f.x, f.y);
+  if (captureScreen(path, x, top, w, h))
+    std::printf("%s  window %gx%g at %g,%g\n", path.c_str(), f.width, f.height, f.x, f.y);
 }
 
 }  // namespace
