@@ -1,7 +1,6 @@
 #include "service/service.h"
 
 #include <fcntl.h>
-#include <httplib.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utf8proc.h>
@@ -33,13 +32,13 @@ std::size_t codePoints(std::string_view s) {
   return n;
 }
 
-void sendJson(httplib::Response& res, int status, const Json& body) {
+void sendJson(http::Response& res, int status, const Json& body) {
   res.status = status;
   res.set_content(dumpJson(body), kJson);
 }
 
 // Supabase Auth's error body.
-void authError(httplib::Response& res, int status, const std::string& code, const std::string& msg) {
+void authError(http::Response& res, int status, const std::string& code, const std::string& msg) {
   sendJson(res, status, Json{{"code", status}, {"error_code", code}, {"msg", msg}});
 }
 
@@ -51,7 +50,7 @@ Json authErrorBody(int status, const std::string& code, const std::string& msg) 
 Json functionError(const std::string& code, const std::string& error) { return Json{{"code", code}, {"error", error}}; }
 
 // A JSON object body, or nothing (with `why` set) when the body is not one.
-std::optional<Json> objectBody(const httplib::Request& req) {
+std::optional<Json> objectBody(const http::Request& req) {
   auto body = parseJson(req.body);
   if (!body || !body->is_object()) return std::nullopt;
   return body;
@@ -89,7 +88,7 @@ std::string lowerAscii(std::string s) {
   return s;
 }
 
-std::string bearerToken(const httplib::Request& req) {
+std::string bearerToken(const http::Request& req) {
   const std::string h = req.get_header_value("Authorization");
   if (h.size() > 7 && lowerAscii(h.substr(0, 7)) == "bearer ") return h.substr(7);
   return {};
@@ -199,8 +198,14 @@ Service::Service(ServiceConfig config, std::unique_ptr<Store> store, std::unique
       speller_(std::move(speller)),
       rephraser_(config_.rephrase),
       jwtSecret_(std::move(jwtSecret)),
-      sealKey_(std::move(sealKey)),
-      server_(std::make_unique<httplib::Server>()) {
+      sealKey_(std::move(sealKey)) {
+  http::Limits limits;
+  limits.maxConnections = config_.maxConnections;
+  limits.maxHeaderBytes = config_.maxHeaderBytes;
+  limits.maxBodyBytes = config_.maxBodyBytes;
+  limits.requestDeadline = config_.requestDeadline;
+  limits.workers = config_.workers;
+  server_ = std::make_unique<http::Server>(limits);
   dummyHash_ = hashPassword(randomToken(), config_.passwordCost).value_or("");
   routes();
 }
@@ -218,12 +223,13 @@ std::string Service::today() const {
   return buf;
 }
 
-int Service::bind() {
-  if (config_.port == 0) return server_->bind_to_any_port(config_.host);
-  return server_->bind_to_port(config_.host, config_.port) ? config_.port : -1;
+int Service::bind(std::string* error) {
+  const int port = server_->bind(config_.host, config_.port, error);
+  if (port > 0) config_.port = port;  // the issuer and the sign-in's own pages name the real port
+  return port;
 }
 
-bool Service::run() { return server_->listen_after_bind(); }
+bool Service::run() { return server_->run(); }
 
 void Service::stop() {
   if (server_) server_->stop();
@@ -231,10 +237,10 @@ void Service::stop() {
 
 bool Service::waitUntilReady(int timeoutMs) const {
   for (int waited = 0; waited < timeoutMs; waited += 5) {
-    if (server_->is_running()) return true;
+    if (server_->running()) return true;
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
   }
-  return server_->is_running();
+  return server_->running();
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -242,86 +248,83 @@ bool Service::waitUntilReady(int timeoutMs) const {
 
 void Service::routes() {
   auto& s = *server_;
-  s.set_payload_max_length(config_.maxBodyBytes);
-  s.set_read_timeout(10, 0);
-  s.set_write_timeout(10, 0);
-  s.set_keep_alive_max_count(1000);
-  s.set_tcp_nodelay(true);
-
   if (config_.accessLog) {
     // The path only: the query may carry addresses and the bodies carry passwords and tokens.
-    s.set_logger([](const httplib::Request& req, const httplib::Response& res) {
-      std::fprintf(stderr, "%s %s %d\n", req.method.c_str(), req.path.c_str(), res.status);
+    // Escaped, since a decoded path could otherwise forge lines or reach the operator's terminal.
+    s.setLogger([](const http::Request& req, const http::Response& res) {
+      std::fprintf(stderr, "%s %s %d\n", http::loggable(req.method).c_str(), http::loggable(req.path).c_str(),
+                   res.status);
     });
   }
-  s.set_exception_handler([](const httplib::Request& req, httplib::Response& res, std::exception_ptr) {
+  s.setExceptionHandler([](const http::Request& req, http::Response& res) {
     if (req.path.rfind("/functions/", 0) == 0)
       sendJson(res, 500, functionError("internal", "Erreur interne du service"));
     else
       authError(res, 500, "unexpected_failure", "Unexpected failure, please check server logs for more information");
   });
-  // Errors that never reached a handler (unknown path, body over the limit) still answer in the
-  // shape the caller expects.
-  s.set_error_handler(httplib::Server::HandlerWithResponse([](const httplib::Request& req, httplib::Response& res) {
-    if (!res.body.empty()) return httplib::Server::HandlerResponse::Unhandled;
-    const bool tooLarge = res.status == 413;
+  // Errors that never reached a handler (unknown path, body over the limit, a malformed request)
+  // still answer in the shape the caller expects.
+  s.setErrorHandler([](const http::Request& req, http::Response& res) {
+    if (!res.body.empty()) return;
+    const int status = res.status;
+    const bool tooLarge = status == 413, notFound = status == 404;
     if (req.path.rfind("/functions/", 0) == 0) {
-      sendJson(res, res.status,
-               tooLarge ? functionError("too_large", "Requête trop volumineuse")
-                        : functionError("not_found", "Fonction inconnue"));
+      sendJson(res, status,
+               tooLarge   ? functionError("too_large", "Requête trop volumineuse")
+               : notFound ? functionError("not_found", "Fonction inconnue")
+                          : functionError("bad_request", "Requête invalide"));
     } else if (req.path.rfind("/auth/", 0) == 0) {
-      const int status = res.status;
-      authError(res, status, tooLarge ? "request_too_large" : "not_found",
-                tooLarge ? "Request body too large" : "Not found");
+      authError(res, status, tooLarge ? "request_too_large" : notFound ? "not_found" : "bad_request",
+                tooLarge ? "Request body too large" : notFound ? "Not found" : "Bad request");
     } else {
-      res.set_content(tooLarge ? "<!doctype html><p>Requête trop volumineuse.</p>"
-                               : "<!doctype html><meta charset=utf-8><title>Introuvable</title><p>Page introuvable.</p>",
+      res.set_content(tooLarge   ? "<!doctype html><p>Requête trop volumineuse.</p>"
+                      : notFound ? "<!doctype html><meta charset=utf-8><title>Introuvable</title><p>Page introuvable.</p>"
+                                 : "<!doctype html><meta charset=utf-8><p>Requête invalide.</p>",
                       kHtml);
     }
-    return httplib::Server::HandlerResponse::Handled;
-  }));
+  });
 
-  s.Post("/auth/v1/signup", [this](const auto& req, auto& res) {
+  s.route("POST", "/auth/v1/signup", [this](const auto& req, auto& res) {
     if (gatewayAllows(req, res)) signup(req, res);
   });
-  s.Post("/auth/v1/token", [this](const auto& req, auto& res) {
+  s.route("POST", "/auth/v1/token", [this](const auto& req, auto& res) {
     if (gatewayAllows(req, res)) token(req, res);
   });
-  s.Get("/auth/v1/user", [this](const auto& req, auto& res) {
+  s.route("GET", "/auth/v1/user", [this](const auto& req, auto& res) {
     if (gatewayAllows(req, res)) getUser(req, res);
   });
-  s.Post("/auth/v1/logout", [this](const auto& req, auto& res) {
+  s.route("POST", "/auth/v1/logout", [this](const auto& req, auto& res) {
     if (gatewayAllows(req, res)) logout(req, res);
   });
   // The browser's sign-in pages are opened without a key, as on the hosted gateway.
-  s.Get("/auth/v1/authorize", [this](const auto& req, auto& res) { authorizePage(req, res); });
-  s.Post("/auth/v1/authorize", [this](const auto& req, auto& res) { authorizeSubmit(req, res); });
+  s.route("GET", "/auth/v1/authorize", [this](const auto& req, auto& res) { authorizePage(req, res); });
+  s.route("POST", "/auth/v1/authorize", [this](const auto& req, auto& res) { authorizeSubmit(req, res); });
 
-  s.Post("/functions/v1/correct", [this](const auto& req, auto& res) {
+  s.route("POST", "/functions/v1/correct", [this](const auto& req, auto& res) {
     if (gatewayAllows(req, res)) correct(req, res);
   });
-  s.Get("/functions/v1/account", [this](const auto& req, auto& res) {
+  s.route("GET", "/functions/v1/account", [this](const auto& req, auto& res) {
     if (gatewayAllows(req, res)) account(req, res);
   });
-  s.Post("/functions/v1/account/plan", [this](const auto& req, auto& res) {
+  s.route("POST", "/functions/v1/account/plan", [this](const auto& req, auto& res) {
     if (gatewayAllows(req, res)) changePlan(req, res);
   });
 
-  s.Get("/version.json", [this](const auto&, auto& res) {
+  s.route("GET", "/version.json", [this](const auto&, auto& res) {
     res.set_header("Cache-Control", "no-cache");
     sendJson(res, 200, Json{{"version", config_.announcedVersion}});
   });
-  s.Get("/", [this](const auto&, auto& res) {
+  s.route("GET", "/", [this](const auto&, auto& res) {
     res.set_content(siteIndexPage(std::to_string(config_.freeDailyLimit)), kHtml);
   });
-  s.Get("/compte.html", [this](const auto&, auto& res) { res.set_content(siteAccountPage(config_.anonKey), kHtml); });
-  s.Get("/Mirlo.dmg", [](const auto&, auto& res) {
+  s.route("GET", "/compte.html", [this](const auto&, auto& res) { res.set_content(siteAccountPage(config_.anonKey), kHtml); });
+  s.route("GET", "/Mirlo.dmg", [](const auto&, auto& res) {
     res.status = 404;
     res.set_content(siteNoDiskImagePage(), kHtml);
   });
 }
 
-bool Service::gatewayAllows(const httplib::Request& req, httplib::Response& res) const {
+bool Service::gatewayAllows(const http::Request& req, http::Response& res) const {
   const std::string key = req.get_header_value("apikey");
   if (key.empty()) {
     sendJson(res, 401, Json{{"message", "No API key found in request"}});
@@ -337,7 +340,7 @@ bool Service::gatewayAllows(const httplib::Request& req, httplib::Response& res)
   return true;
 }
 
-std::optional<Service::Caller> Service::authenticate(const httplib::Request& req) const {
+std::optional<Service::Caller> Service::authenticate(const http::Request& req) const {
   const std::string token = bearerToken(req);
   if (token.empty()) return std::nullopt;
   const auto check = verifyJwt(token, jwtSecret_, now());
@@ -455,7 +458,7 @@ Service::SignInResult Service::passwordSignUp(const std::string& emailIn, const 
   return issueSession(user, "password");
 }
 
-void Service::signup(const httplib::Request& req, httplib::Response& res) {
+void Service::signup(const http::Request& req, http::Response& res) {
   const auto body = objectBody(req);
   std::string email, password;
   if (!body || !stringMember(*body, "email", email) || !stringMember(*body, "password", password))
@@ -464,7 +467,7 @@ void Service::signup(const httplib::Request& req, httplib::Response& res) {
   sendJson(res, r.status, r.body);
 }
 
-void Service::token(const httplib::Request& req, httplib::Response& res) {
+void Service::token(const http::Request& req, http::Response& res) {
   const std::string grant = req.get_param_value("grant_type");
   if (grant != "password" && grant != "refresh_token")
     return authError(res, 400, "validation_failed", "unsupported_grant_type");
@@ -500,13 +503,13 @@ void Service::token(const httplib::Request& req, httplib::Response& res) {
   sendJson(res, 200, tokenResponse(*user, out.sessionId, out.refreshToken, "token_refresh"));
 }
 
-void Service::getUser(const httplib::Request& req, httplib::Response& res) {
+void Service::getUser(const http::Request& req, http::Response& res) {
   const auto caller = authenticate(req);
   if (!caller) return authError(res, 403, "bad_jwt", "invalid JWT: unable to parse or verify signature");
   sendJson(res, 200, tokenResponse(caller->user, caller->sessionId, "", "password")["user"]);
 }
 
-void Service::logout(const httplib::Request& req, httplib::Response& res) {
+void Service::logout(const http::Request& req, http::Response& res) {
   const auto caller = authenticate(req);
   if (!caller) return authError(res, 403, "bad_jwt", "invalid JWT: unable to parse or verify signature");
   if (store_->revokeSession(caller->sessionId) != StoreStatus::ok)
@@ -530,7 +533,7 @@ bool Service::redirectAllowed(const std::string& url) const {
   return under(self) || under("http://127.0.0.1") || under("http://localhost");
 }
 
-void Service::authorizePage(const httplib::Request& req, httplib::Response& res) {
+void Service::authorizePage(const http::Request& req, http::Response& res) {
   const std::string provider = req.get_param_value("provider");
   if (provider != "google" && provider != "email")
     return authError(res, 400, "validation_failed",
@@ -541,7 +544,7 @@ void Service::authorizePage(const httplib::Request& req, httplib::Response& res)
   res.set_content(signInPage(provider, redirect, "", ""), kHtml);
 }
 
-void Service::authorizeSubmit(const httplib::Request& req, httplib::Response& res) {
+void Service::authorizeSubmit(const http::Request& req, http::Response& res) {
   const std::string provider = req.get_param_value("provider");
   std::string redirect = req.get_param_value("redirect_to");
   if (!redirectAllowed(redirect)) redirect = "/";
@@ -587,7 +590,7 @@ Json Service::usageOf(const User& user) const {
   return Json{{"used", used}, {"limit", limit < 0 ? Json(nullptr) : Json(limit)}};
 }
 
-void Service::correct(const httplib::Request& req, httplib::Response& res) {
+void Service::correct(const http::Request& req, http::Response& res) {
   const auto caller = authenticate(req);
   if (!caller) return sendJson(res, 401, functionError("auth", "Session expirée : reconnecte-toi."));
   const User& user = caller->user;
@@ -643,9 +646,14 @@ void Service::correct(const httplib::Request& req, httplib::Response& res) {
   }
   Json answer = withPlan(Json{{"result", *result}}, reservation.used);
   sendJson(res, 200, answer);
+  // A client that has gone away never received its correction: it is not counted.
+  res.undelivered = [this, id = user.id, day] {
+    if (store_->release(id, day) != StoreStatus::ok)
+      std::fprintf(stderr, "storage: cannot give back a correction: %s\n", store_->lastError().c_str());
+  };
 }
 
-void Service::account(const httplib::Request& req, httplib::Response& res) {
+void Service::account(const http::Request& req, http::Response& res) {
   const auto caller = authenticate(req);
   if (!caller) return sendJson(res, 401, functionError("auth", "Session expirée : reconnecte-toi."));
   sendJson(res, 200,
@@ -655,7 +663,7 @@ void Service::account(const httplib::Request& req, httplib::Response& res) {
                 {"plans", Json::array({"gratuit", "pro_mensuel", "pro_annuel", "lifetime"})}});
 }
 
-void Service::changePlan(const httplib::Request& req, httplib::Response& res) {
+void Service::changePlan(const http::Request& req, http::Response& res) {
   const auto caller = authenticate(req);
   if (!caller) return sendJson(res, 401, functionError("auth", "Session expirée : reconnecte-toi."));
   // There is no payment here: only someone at this machine may change a plan.

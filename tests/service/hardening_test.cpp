@@ -1,0 +1,132 @@
+// Faults a security campaign found in the service: where tokens may be sent, how sign-in
+// attempts are limited, what the log and the data directory let out, how text is counted, and
+// what a correction nobody received costs.
+#include <fcntl.h>
+#include <sqlite3.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <condition_variable>
+#include <fstream>
+#include <mutex>
+#include <sstream>
+
+#include "base/url.h"
+#include "raw_http.h"
+#include "service_fixture.h"
+
+namespace mirlo::service::testing {
+namespace {
+
+using HardeningTest = ServiceTest;
+
+template <class Condition>
+bool eventually(Condition condition, std::chrono::milliseconds limit = std::chrono::seconds(10)) {
+  const auto end = std::chrono::steady_clock::now() + limit;
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > end) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  return true;
+}
+
+TEST_F(HardeningTest, TheLogEscapesWhatItCannotPrintRaw) {
+  restart([](ServiceConfig& c) { c.accessLog = true; });
+  char path[] = "/tmp/mirlo-service-log-XXXXXX";
+  const int fd = ::mkstemp(path);
+  ASSERT_GE(fd, 0);
+  std::fflush(stderr);
+  const int saved = ::dup(2);
+  ::dup2(fd, 2);
+  RawConnection c(port);
+  c.send("GET /x%0Aforged%20200%0D%1B%5B2J%C2%9B HTTP/1.1\r\nHost: x\r\nConnection: close\r\n\r\n");
+  EXPECT_EQ(statusOf(c.readAnswer()), 404);
+  auto logged = [&] {
+    std::ifstream in(path);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+  };
+  const bool written = eventually([&] { return logged().find("404") != std::string::npos; });
+  std::fflush(stderr);
+  ::dup2(saved, 2);
+  ::close(saved);
+  ::close(fd);
+  const std::string text = logged();
+  ::unlink(path);
+  ASSERT_TRUE(written) << text;
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);) {
+    EXPECT_EQ(line.rfind("GET /x", 0), 0u) << "a forged line: " << line;
+    for (unsigned char ch : line) EXPECT_TRUE(ch >= 0x20 && ch < 0x7f) << "byte " << int(ch) << " in " << line;
+  }
+}
+
+// An OpenAI-compatible endpoint that holds each answer until the test lets it go.
+struct HeldModel {
+  HeldModel() {
+    server.Post("/v1/chat/completions", [this](const httplib::Request&, httplib::Response& res) {
+      std::unique_lock lock(mutex);
+      ++arrived;
+      changed.notify_all();
+      changed.wait_for(lock, std::chrono::seconds(10), [&] { return released; });
+      res.set_content(R"({"choices":[{"message":{"content":"Je te remercie."}}]})", "application/json");
+    });
+    port = server.bind_to_any_port("127.0.0.1");
+    thread = std::thread([this] { server.listen_after_bind(); });
+  }
+  ~HeldModel() {
+    release();
+    server.stop();
+    thread.join();
+  }
+  bool waitForRequest(int n) {
+    std::unique_lock lock(mutex);
+    return changed.wait_for(lock, std::chrono::seconds(10), [&] { return arrived >= n; });
+  }
+  void release() {
+    std::lock_guard lock(mutex);
+    released = true;
+    changed.notify_all();
+  }
+
+  httplib::Server server;
+  std::thread thread;
+  int port = 0;
+  std::mutex mutex;
+  std::condition_variable changed;
+  int arrived = 0;
+  bool released = false;
+};
+
+TEST_F(HardeningTest, ACorrectionNobodyReceivedIsGivenBack) {
+  HeldModel model;
+  restart([&](ServiceConfig& c) { c.rephrase = {"http://127.0.0.1:" + std::to_string(model.port) + "/v1", "", "m", 15}; });
+  const std::string token = accountToken("lea@example.fr");
+  const std::string sub = claimsOf(token)["sub"];
+  auto used = [&] { return service->store().usage(sub, service->today()).value_or(-1); };
+  const std::string body = R"({"text":"merci bcp","mode":"rephrase","device_id":"d"})";
+  const std::string request = "POST /functions/v1/correct HTTP/1.1\r\nHost: x\r\napikey: " +
+                              std::string(config::kAnonKey) + "\r\nAuthorization: Bearer " + token +
+                              "\r\nContent-Type: application/json\r\nContent-Length: " +
+                              std::to_string(body.size()) + "\r\n\r\n" + body;
+
+  // The program gives up and closes while the model is still thinking.
+  RawConnection gone(port);
+  gone.send(request);
+  ASSERT_TRUE(model.waitForRequest(1));
+  EXPECT_EQ(used(), 1);
+  gone.close();
+  model.release();
+  EXPECT_TRUE(eventually([&] { return used() == 0; })) << used();
+
+  // A client that only stopped sending still reads its answer, and it counts.
+  RawConnection halfClosed(port);
+  halfClosed.send(request);
+  halfClosed.shutdownSending();
+  const std::string answer = halfClosed.readAnswer();
+  EXPECT_EQ(statusOf(answer), 200) << answer;
+  EXPECT_EQ(parseJson(bodyOf(answer)).value_or(Json())["result"], "Je te remercie.");
+  EXPECT_EQ(used(), 1);
+}
+
+}  // namespace
+}  // namespace mirlo::service::testing
