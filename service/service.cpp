@@ -10,6 +10,8 @@
 #include <ctime>
 #include <thread>
 
+#include "base/url.h"
+
 namespace mirlo::service {
 
 namespace {
@@ -520,17 +522,54 @@ void Service::logout(const http::Request& req, http::Response& res) {
 // ---------------------------------------------------------------------------------------------
 // Browser sign-in
 
-bool Service::redirectAllowed(const std::string& url) const {
+namespace {
+
+// Where a browser would send a request for `address`: its scheme, host and port. Nothing for an
+// address that is not read the same way by every browser: one with user information
+// ("http://127.0.0.1:@evil.example/" goes to evil.example), a host in anything but plain letters,
+// digits, dots and hyphens (or a bracketed IPv6 literal), or a fragment, which the tokens'
+// own would follow.
+struct Origin {
+  std::string scheme, host;
+  int port = 0;
+  bool operator==(const Origin&) const = default;
+};
+
+std::optional<Origin> originOf(const std::string& address) {
+  const auto parsed = url::parse(address);  // strict: no control character, space or backslash
+  if (!parsed || !parsed->host || parsed->fragment) return std::nullopt;
+  const auto authorityStart = address.find("//") + 2;
+  const auto authorityEnd = address.find_first_of("/?#", authorityStart);
+  if (address.substr(authorityStart, authorityEnd - authorityStart).find('@') != std::string::npos) return std::nullopt;
+  Origin o{lowerAscii(parsed->scheme), lowerAscii(*parsed->host), 0};
+  if (o.scheme != "http" && o.scheme != "https") return std::nullopt;
+  if (o.host.empty()) return std::nullopt;
+  if (o.host.front() == '[') {
+    if (o.host.find_first_not_of("[]:.0123456789abcdef") != std::string::npos) return std::nullopt;
+  } else if (o.host.find_first_not_of("abcdefghijklmnopqrstuvwxyz0123456789.-") != std::string::npos) {
+    return std::nullopt;
+  }
+  o.port = parsed->port.value_or(o.scheme == "https" ? 443 : 80);
+  return o;
+}
+
+}  // namespace
+
+bool Service::redirectAllowed(const std::string& address) const {
+  // A line break would end the Location header early: the answer would lose its tokens.
+  for (unsigned char c : address)
+    if (c < 0x20 || c == 0x7f) return false;
   for (const auto& allowed : config_.redirectAllowList)
-    if (url == allowed) return true;
-  // Pages of this service and of the local machine (a development server).
-  const std::string self = config_.publicUrl.empty() ? "http://" + config_.host + ":" + std::to_string(config_.port)
-                                                     : config_.publicUrl;
-  auto under = [&](const std::string& base) {
-    return url.rfind(base, 0) == 0 && (url.size() == base.size() || url[base.size()] == '/' ||
-                                        url[base.size()] == ':' || url[base.size()] == '?');
-  };
-  return under(self) || under("http://127.0.0.1") || under("http://localhost");
+    if (address == allowed) return true;
+  const auto origin = originOf(address);
+  if (!origin) return false;
+  // Pages of this service, and of the local machine (a development server) on any port.
+  const auto self = originOf(config_.publicUrl.empty()
+                                 ? "http://" + config_.host + ":" + std::to_string(config_.port)
+                                 : config_.publicUrl);
+  if (self && *origin == *self) return true;
+  return origin->scheme == "http" &&
+         (origin->host == "127.0.0.1" || origin->host == "localhost" || origin->host == "[::1]");
 }
 
 void Service::authorizePage(const http::Request& req, http::Response& res) {
