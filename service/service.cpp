@@ -200,7 +200,9 @@ Service::Service(ServiceConfig config, std::unique_ptr<Store> store, std::unique
       speller_(std::move(speller)),
       rephraser_(config_.rephrase),
       jwtSecret_(std::move(jwtSecret)),
-      sealKey_(std::move(sealKey)) {
+      sealKey_(std::move(sealKey)),
+      failedSignIns_(config_.signIn),
+      hashGate_(config_.signIn) {
   http::Limits limits;
   limits.maxConnections = config_.maxConnections;
   limits.maxHeaderBytes = config_.maxHeaderBytes;
@@ -417,14 +419,28 @@ Service::SignInResult Service::issueSession(const User& user, const std::string&
   return {200, tokenResponse(user, sessionId, refresh, method)};
 }
 
-Service::SignInResult Service::passwordSignIn(const std::string& emailIn, const std::string& password) {
+// Supabase Auth's answer when sign-in attempts come too fast.
+Service::SignInResult Service::tooManyAttempts() {
+  return {429, authErrorBody(429, "over_request_rate_limit", "Request rate limit reached")};
+}
+
+Service::SignInResult Service::passwordSignIn(const std::string& emailIn, const std::string& password,
+                                              const std::string& address) {
   const std::string email = lowerAscii(emailIn);
   if (email.empty()) return {400, authErrorBody(400, "validation_failed", "missing email or phone")};
+  // Unknown e-mails are counted like known ones, so that the limit does not tell them apart.
+  if (!failedSignIns_.allowed(email, address, now())) return tooManyAttempts();
+  const auto slot = hashGate_.enter();
+  if (!slot) return tooManyAttempts();
   const auto found = store_->findUserByEmail(email);
   // Verify against a throw-away hash when the account does not exist, so that the answer's
   // timing does not tell which e-mails have accounts.
   const bool ok = verifyPassword(found ? found->second : dummyHash_, password) && found;
-  if (!ok) return {400, authErrorBody(400, "invalid_credentials", "Invalid login credentials")};
+  if (!ok) {
+    failedSignIns_.failed(email, address, now());
+    return {400, authErrorBody(400, "invalid_credentials", "Invalid login credentials")};
+  }
+  failedSignIns_.succeeded(email);
   return issueSession(found->first, "password");
 }
 
@@ -443,7 +459,12 @@ Service::SignInResult Service::passwordSignUp(const std::string& emailIn, const 
     return {422, authErrorBody(422, "validation_failed", "Password cannot be longer than 72 characters")};
   if (store_->findUserByEmail(email))
     return {422, authErrorBody(422, "user_already_exists", "User already registered")};
-  const auto hash = hashPassword(password, config_.passwordCost);
+  std::optional<std::string> hash;
+  {
+    const auto slot = hashGate_.enter();
+    if (!slot) return tooManyAttempts();
+    hash = hashPassword(password, config_.passwordCost);
+  }
   if (!hash) return {500, authErrorBody(500, "unexpected_failure", "Unexpected failure, please check server logs for more information")};
   const std::int64_t t = now();
   User user{randomUuid(), email, "gratuit", t, t, 0};
@@ -480,7 +501,7 @@ void Service::token(const http::Request& req, http::Response& res) {
     std::string email, password;
     if (!stringMember(*body, "email", email) || !stringMember(*body, "password", password))
       return authError(res, 400, "bad_json", "Could not parse request body as JSON");
-    const auto r = passwordSignIn(email, password);
+    const auto r = passwordSignIn(email, password, req.remote_addr);
     return sendJson(res, r.status, r.body);
   }
 
@@ -597,7 +618,8 @@ void Service::authorizeSubmit(const http::Request& req, http::Response& res) {
   }
   const std::string email = req.get_param_value("email");
   const std::string password = req.get_param_value("password");
-  const auto r = action == "signup" ? passwordSignUp(email, password) : passwordSignIn(email, password);
+  const auto r =
+      action == "signup" ? passwordSignUp(email, password) : passwordSignIn(email, password, req.remote_addr);
   if (r.status != 200) {
     std::string code;
     stringMember(r.body, "error_code", code);
@@ -606,7 +628,8 @@ void Service::authorizeSubmit(const http::Request& req, http::Response& res) {
     else if (code == "user_already_exists") message = "Ce compte existe déjà : utilise « Se connecter ».";
     else if (code == "weak_password") message = "Mot de passe trop court (8 caractères minimum).";
     else if (code == "validation_failed") message = "Adresse e-mail ou mot de passe invalide.";
-    res.status = r.status == 500 ? 500 : 400;
+    else if (code == "over_request_rate_limit") message = "Trop de tentatives : réessaie dans quelques minutes.";
+    res.status = r.status == 500 || r.status == 429 ? r.status : 400;
     res.set_content(signInPage(provider, redirect, email, message), kHtml);
     return;
   }

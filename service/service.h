@@ -15,6 +15,7 @@
 #include "service/crypto.h"
 #include "service/http_server.h"
 #include "service/rephraser.h"
+#include "service/sign_in_limits.h"
 #include "service/speller.h"
 #include "service/store.h"
 
@@ -46,6 +47,7 @@ struct ServiceConfig {
   std::size_t maxHeaderBytes = 16 * 1024;
   std::chrono::milliseconds requestDeadline{10'000};
   unsigned workers = 16;
+  SignInLimits signIn;
   int freeDailyLimit = 3;
   // Where the browser sign-in may send tokens, besides the service itself and loopback pages.
   std::vector<std::string> redirectAllowList = {"mirlo://auth"};
@@ -110,9 +112,10 @@ class Service {
     int status = 0;
     Json body;  // a token response, or an error body
   };
-  SignInResult passwordSignIn(const std::string& email, const std::string& password);
+  SignInResult passwordSignIn(const std::string& email, const std::string& password, const std::string& address);
   SignInResult passwordSignUp(const std::string& email, const std::string& password);
   SignInResult issueSession(const User& user, const std::string& method);
+  static SignInResult tooManyAttempts();
   Json tokenResponse(const User& user, const std::string& sessionId, const std::string& refreshToken,
                      const std::string& method) const;
   Json usageOf(const User& user) const;
@@ -125,6 +128,8 @@ class Service {
   std::string jwtSecret_;
   std::string sealKey_;
   std::string dummyHash_;  // verified against when the e-mail is unknown, so timing does not tell
+  FailedSignIns failedSignIns_;
+  HashGate hashGate_;
   std::unique_ptr<http::Server> server_;
 };
 

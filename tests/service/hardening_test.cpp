@@ -62,6 +62,34 @@ TEST_F(HardeningTest, TokensGoOnlyToThePagesAllowedToReceiveThem) {
   }
 }
 
+TEST_F(HardeningTest, SignInAttemptsAreLimitedPerAccountAndPerAddress) {
+  ASSERT_EQ(signUp("lea@example.fr").status, 200);
+  ASSERT_EQ(signUp("paul@example.fr").status, 200);
+  for (int i = 0; i < 10; ++i) ASSERT_EQ(signIn("lea@example.fr", "devinette" + std::to_string(i)).status, 400);
+  // Even the right password waits now, in the shape Supabase Auth gives.
+  auto refused = signIn("LEA@example.fr");
+  EXPECT_EQ(refused.status, 429);
+  EXPECT_EQ(refused.body["error_code"], "over_request_rate_limit");
+  EXPECT_FALSE(refused.body.contains("access_token"));
+  auto page = reply(client->Post("/auth/v1/authorize", httplib::Params{{"provider", "google"},
+                                                                     {"redirect_to", "mirlo://auth"},
+                                                                     {"email", "lea@example.fr"},
+                                                                     {"password", "motdepasse"},
+                                                                     {"action", "signin"}}));
+  EXPECT_EQ(page.status, 429);
+  EXPECT_TRUE(page.location.empty());
+  EXPECT_NE(page.raw.find("Trop de tentatives"), std::string::npos);
+  // Other accounts are untouched, and the account opens again once the window has passed.
+  EXPECT_EQ(signIn("paul@example.fr").status, 200);
+  clock += 15 * 60 + 1;
+  EXPECT_EQ(signIn("lea@example.fr").status, 200);
+
+  // Guessing across many accounts from one address stops too.
+  for (int i = 0; i < 50; ++i)
+    ASSERT_EQ(signIn("inconnu" + std::to_string(i) + "@example.fr", "devinette").status, 400) << i;
+  EXPECT_EQ(signIn("paul@example.fr").status, 429);
+}
+
 TEST_F(HardeningTest, TheLogEscapesWhatItCannotPrintRaw) {
   restart([](ServiceConfig& c) { c.accessLog = true; });
   char path[] = "/tmp/mirlo-service-log-XXXXXX";
