@@ -10,6 +10,7 @@
 #include <ctime>
 #include <thread>
 
+#include "base/text.h"
 #include "base/url.h"
 
 namespace mirlo::service {
@@ -674,7 +675,7 @@ void Service::correct(const http::Request& req, http::Response& res) {
     return sendJson(res, 400, withPlan(functionError("bad_request", "Mode inconnu : « fix » ou « rephrase »"), currentUsage()));
   if (text.find_first_not_of(" \t\r\n") == std::string::npos)
     return sendJson(res, 400, withPlan(functionError("empty", "Aucun texte à corriger"), currentUsage()));
-  if (codePoints(text) > config_.maxTextChars)
+  if (mirlo::text::graphemeCount(text) > config_.maxTextChars)
     return sendJson(res, 413,
                     withPlan(functionError("too_long", "Texte trop long : " + std::to_string(config_.maxTextChars) +
                                                            " caractères au maximum"),

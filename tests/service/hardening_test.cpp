@@ -120,6 +120,21 @@ TEST_F(HardeningTest, TheLogEscapesWhatItCannotPrintRaw) {
   }
 }
 
+TEST_F(HardeningTest, TheLengthLimitCountsCharactersAsAPersonDoes) {
+  const std::string token = accountToken("lea@example.fr");
+  std::string decomposed;  // "é" as "e" and a combining accent: one character, two code points
+  for (int i = 0; i < 2400; ++i) decomposed += "e\xCC\x81 ";
+  auto fits = correct(token, decomposed);  // 4,800 characters, 7,200 code points
+  EXPECT_EQ(fits.status, 200) << fits.raw.substr(0, 200);
+  EXPECT_TRUE(fits.body.contains("result"));
+
+  for (int i = 0; i < 101; ++i) decomposed += "e\xCC\x81 ";
+  auto tooLong = correct(token, decomposed);  // 5,002 characters
+  EXPECT_EQ(tooLong.status, 413);
+  EXPECT_EQ(tooLong.body["code"], "too_long");
+  EXPECT_EQ(tooLong.body["usage"]["used"], 1);
+}
+
 // An OpenAI-compatible endpoint that holds each answer until the test lets it go.
 struct HeldModel {
   HeldModel() {
