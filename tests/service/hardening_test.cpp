@@ -120,6 +120,23 @@ TEST_F(HardeningTest, TheLogEscapesWhatItCannotPrintRaw) {
   }
 }
 
+TEST_F(HardeningTest, TheDatabaseAndItsJournalAreTightenedAgainAtStart) {
+  auto modeOf = [](const std::string& path) {
+    struct stat st {};
+    return ::stat(path.c_str(), &st) == 0 ? static_cast<int>(st.st_mode & 0777) : -1;
+  };
+  stop();
+  const std::string db = root + "/data/service.db";
+  // Another reader keeps the journal files in place while the service is away.
+  sqlite3* reader = nullptr;
+  ASSERT_EQ(sqlite3_open(db.c_str(), &reader), SQLITE_OK);
+  ASSERT_EQ(sqlite3_exec(reader, "SELECT count(*) FROM sqlite_master", nullptr, nullptr, nullptr), SQLITE_OK);
+  for (const char* f : {"", "-wal", "-shm"}) ASSERT_EQ(::chmod((db + f).c_str(), 0644), 0) << f;
+  start();
+  for (const char* f : {"", "-wal", "-shm"}) EXPECT_EQ(modeOf(db + f), 0600) << f;
+  sqlite3_close(reader);
+}
+
 TEST_F(HardeningTest, TheLengthLimitCountsCharactersAsAPersonDoes) {
   const std::string token = accountToken("lea@example.fr");
   std::string decomposed;  // "é" as "e" and a combining accent: one character, two code points
