@@ -101,9 +101,8 @@ int main(int argc, char** argv) {
   std::string error;
   auto service = Service::create(config, &error);
   if (!service) return std::fprintf(stderr, "mirlo-service: %s\n", error.c_str()), 1;
-  const int port = service->bind();
-  if (port < 0)
-    return std::fprintf(stderr, "mirlo-service: cannot listen on %s:%d\n", config.host.c_str(), config.port), 1;
+  const int port = service->bind(&error);
+  if (port < 0) return std::fprintf(stderr, "mirlo-service: %s\n", error.c_str()), 1;
   std::thread([&service, stopSignals] {
     int sig = 0;
     sigwait(&stopSignals, &sig);

@@ -1,7 +1,6 @@
 #include "service/service.h"
 
 #include <fcntl.h>
-#include <httplib.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utf8proc.h>
@@ -10,6 +9,9 @@
 #include <cstdio>
 #include <ctime>
 #include <thread>
+
+#include "base/text.h"
+#include "base/url.h"
 
 namespace mirlo::service {
 
@@ -33,13 +35,13 @@ std::size_t codePoints(std::string_view s) {
   return n;
 }
 
-void sendJson(httplib::Response& res, int status, const Json& body) {
+void sendJson(http::Response& res, int status, const Json& body) {
   res.status = status;
   res.set_content(dumpJson(body), kJson);
 }
 
 // Supabase Auth's error body.
-void authError(httplib::Response& res, int status, const std::string& code, const std::string& msg) {
+void authError(http::Response& res, int status, const std::string& code, const std::string& msg) {
   sendJson(res, status, Json{{"code", status}, {"error_code", code}, {"msg", msg}});
 }
 
@@ -51,7 +53,7 @@ Json authErrorBody(int status, const std::string& code, const std::string& msg) 
 Json functionError(const std::string& code, const std::string& error) { return Json{{"code", code}, {"error", error}}; }
 
 // A JSON object body, or nothing (with `why` set) when the body is not one.
-std::optional<Json> objectBody(const httplib::Request& req) {
+std::optional<Json> objectBody(const http::Request& req) {
   auto body = parseJson(req.body);
   if (!body || !body->is_object()) return std::nullopt;
   return body;
@@ -89,7 +91,7 @@ std::string lowerAscii(std::string s) {
   return s;
 }
 
-std::string bearerToken(const httplib::Request& req) {
+std::string bearerToken(const http::Request& req) {
   const std::string h = req.get_header_value("Authorization");
   if (h.size() > 7 && lowerAscii(h.substr(0, 7)) == "bearer ") return h.substr(7);
   return {};
@@ -200,7 +202,15 @@ Service::Service(ServiceConfig config, std::unique_ptr<Store> store, std::unique
       rephraser_(config_.rephrase),
       jwtSecret_(std::move(jwtSecret)),
       sealKey_(std::move(sealKey)),
-      server_(std::make_unique<httplib::Server>()) {
+      failedSignIns_(config_.signIn),
+      hashGate_(config_.signIn) {
+  http::Limits limits;
+  limits.maxConnections = config_.maxConnections;
+  limits.maxHeaderBytes = config_.maxHeaderBytes;
+  limits.maxBodyBytes = config_.maxBodyBytes;
+  limits.requestDeadline = config_.requestDeadline;
+  limits.workers = config_.workers;
+  server_ = std::make_unique<http::Server>(limits);
   dummyHash_ = hashPassword(randomToken(), config_.passwordCost).value_or("");
   routes();
 }
@@ -218,12 +228,13 @@ std::string Service::today() const {
   return buf;
 }
 
-int Service::bind() {
-  if (config_.port == 0) return server_->bind_to_any_port(config_.host);
-  return server_->bind_to_port(config_.host, config_.port) ? config_.port : -1;
+int Service::bind(std::string* error) {
+  const int port = server_->bind(config_.host, config_.port, error);
+  if (port > 0) config_.port = port;  // the issuer and the sign-in's own pages name the real port
+  return port;
 }
 
-bool Service::run() { return server_->listen_after_bind(); }
+bool Service::run() { return server_->run(); }
 
 void Service::stop() {
   if (server_) server_->stop();
@@ -231,10 +242,10 @@ void Service::stop() {
 
 bool Service::waitUntilReady(int timeoutMs) const {
   for (int waited = 0; waited < timeoutMs; waited += 5) {
-    if (server_->is_running()) return true;
+    if (server_->running()) return true;
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
   }
-  return server_->is_running();
+  return server_->running();
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -242,86 +253,83 @@ bool Service::waitUntilReady(int timeoutMs) const {
 
 void Service::routes() {
   auto& s = *server_;
-  s.set_payload_max_length(config_.maxBodyBytes);
-  s.set_read_timeout(10, 0);
-  s.set_write_timeout(10, 0);
-  s.set_keep_alive_max_count(1000);
-  s.set_tcp_nodelay(true);
-
   if (config_.accessLog) {
     // The path only: the query may carry addresses and the bodies carry passwords and tokens.
-    s.set_logger([](const httplib::Request& req, const httplib::Response& res) {
-      std::fprintf(stderr, "%s %s %d\n", req.method.c_str(), req.path.c_str(), res.status);
+    // Escaped, since a decoded path could otherwise forge lines or reach the operator's terminal.
+    s.setLogger([](const http::Request& req, const http::Response& res) {
+      std::fprintf(stderr, "%s %s %d\n", http::loggable(req.method).c_str(), http::loggable(req.path).c_str(),
+                   res.status);
     });
   }
-  s.set_exception_handler([](const httplib::Request& req, httplib::Response& res, std::exception_ptr) {
+  s.setExceptionHandler([](const http::Request& req, http::Response& res) {
     if (req.path.rfind("/functions/", 0) == 0)
       sendJson(res, 500, functionError("internal", "Erreur interne du service"));
     else
       authError(res, 500, "unexpected_failure", "Unexpected failure, please check server logs for more information");
   });
-  // Errors that never reached a handler (unknown path, body over the limit) still answer in the
-  // shape the caller expects.
-  s.set_error_handler(httplib::Server::HandlerWithResponse([](const httplib::Request& req, httplib::Response& res) {
-    if (!res.body.empty()) return httplib::Server::HandlerResponse::Unhandled;
-    const bool tooLarge = res.status == 413;
+  // Errors that never reached a handler (unknown path, body over the limit, a malformed request)
+  // still answer in the shape the caller expects.
+  s.setErrorHandler([](const http::Request& req, http::Response& res) {
+    if (!res.body.empty()) return;
+    const int status = res.status;
+    const bool tooLarge = status == 413, notFound = status == 404;
     if (req.path.rfind("/functions/", 0) == 0) {
-      sendJson(res, res.status,
-               tooLarge ? functionError("too_large", "Requête trop volumineuse")
-                        : functionError("not_found", "Fonction inconnue"));
+      sendJson(res, status,
+               tooLarge   ? functionError("too_large", "Requête trop volumineuse")
+               : notFound ? functionError("not_found", "Fonction inconnue")
+                          : functionError("bad_request", "Requête invalide"));
     } else if (req.path.rfind("/auth/", 0) == 0) {
-      const int status = res.status;
-      authError(res, status, tooLarge ? "request_too_large" : "not_found",
-                tooLarge ? "Request body too large" : "Not found");
+      authError(res, status, tooLarge ? "request_too_large" : notFound ? "not_found" : "bad_request",
+                tooLarge ? "Request body too large" : notFound ? "Not found" : "Bad request");
     } else {
-      res.set_content(tooLarge ? "<!doctype html><p>Requête trop volumineuse.</p>"
-                               : "<!doctype html><meta charset=utf-8><title>Introuvable</title><p>Page introuvable.</p>",
+      res.set_content(tooLarge   ? "<!doctype html><p>Requête trop volumineuse.</p>"
+                      : notFound ? "<!doctype html><meta charset=utf-8><title>Introuvable</title><p>Page introuvable.</p>"
+                                 : "<!doctype html><meta charset=utf-8><p>Requête invalide.</p>",
                       kHtml);
     }
-    return httplib::Server::HandlerResponse::Handled;
-  }));
+  });
 
-  s.Post("/auth/v1/signup", [this](const auto& req, auto& res) {
+  s.route("POST", "/auth/v1/signup", [this](const auto& req, auto& res) {
     if (gatewayAllows(req, res)) signup(req, res);
   });
-  s.Post("/auth/v1/token", [this](const auto& req, auto& res) {
+  s.route("POST", "/auth/v1/token", [this](const auto& req, auto& res) {
     if (gatewayAllows(req, res)) token(req, res);
   });
-  s.Get("/auth/v1/user", [this](const auto& req, auto& res) {
+  s.route("GET", "/auth/v1/user", [this](const auto& req, auto& res) {
     if (gatewayAllows(req, res)) getUser(req, res);
   });
-  s.Post("/auth/v1/logout", [this](const auto& req, auto& res) {
+  s.route("POST", "/auth/v1/logout", [this](const auto& req, auto& res) {
     if (gatewayAllows(req, res)) logout(req, res);
   });
   // The browser's sign-in pages are opened without a key, as on the hosted gateway.
-  s.Get("/auth/v1/authorize", [this](const auto& req, auto& res) { authorizePage(req, res); });
-  s.Post("/auth/v1/authorize", [this](const auto& req, auto& res) { authorizeSubmit(req, res); });
+  s.route("GET", "/auth/v1/authorize", [this](const auto& req, auto& res) { authorizePage(req, res); });
+  s.route("POST", "/auth/v1/authorize", [this](const auto& req, auto& res) { authorizeSubmit(req, res); });
 
-  s.Post("/functions/v1/correct", [this](const auto& req, auto& res) {
+  s.route("POST", "/functions/v1/correct", [this](const auto& req, auto& res) {
     if (gatewayAllows(req, res)) correct(req, res);
   });
-  s.Get("/functions/v1/account", [this](const auto& req, auto& res) {
+  s.route("GET", "/functions/v1/account", [this](const auto& req, auto& res) {
     if (gatewayAllows(req, res)) account(req, res);
   });
-  s.Post("/functions/v1/account/plan", [this](const auto& req, auto& res) {
+  s.route("POST", "/functions/v1/account/plan", [this](const auto& req, auto& res) {
     if (gatewayAllows(req, res)) changePlan(req, res);
   });
 
-  s.Get("/version.json", [this](const auto&, auto& res) {
+  s.route("GET", "/version.json", [this](const auto&, auto& res) {
     res.set_header("Cache-Control", "no-cache");
     sendJson(res, 200, Json{{"version", config_.announcedVersion}});
   });
-  s.Get("/", [this](const auto&, auto& res) {
+  s.route("GET", "/", [this](const auto&, auto& res) {
     res.set_content(siteIndexPage(std::to_string(config_.freeDailyLimit)), kHtml);
   });
-  s.Get("/compte.html", [this](const auto&, auto& res) { res.set_content(siteAccountPage(config_.anonKey), kHtml); });
-  s.Get("/Mirlo.dmg", [](const auto&, auto& res) {
+  s.route("GET", "/compte.html", [this](const auto&, auto& res) { res.set_content(siteAccountPage(config_.anonKey), kHtml); });
+  s.route("GET", "/Mirlo.dmg", [](const auto&, auto& res) {
     res.status = 404;
     res.set_content(siteNoDiskImagePage(), kHtml);
   });
 }
 
-bool Service::gatewayAllows(const httplib::Request& req, httplib::Response& res) const {
+bool Service::gatewayAllows(const http::Request& req, http::Response& res) const {
   const std::string key = req.get_header_value("apikey");
   if (key.empty()) {
     sendJson(res, 401, Json{{"message", "No API key found in request"}});
@@ -337,7 +345,7 @@ bool Service::gatewayAllows(const httplib::Request& req, httplib::Response& res)
   return true;
 }
 
-std::optional<Service::Caller> Service::authenticate(const httplib::Request& req) const {
+std::optional<Service::Caller> Service::authenticate(const http::Request& req) const {
   const std::string token = bearerToken(req);
   if (token.empty()) return std::nullopt;
   const auto check = verifyJwt(token, jwtSecret_, now());
@@ -412,14 +420,28 @@ Service::SignInResult Service::issueSession(const User& user, const std::string&
   return {200, tokenResponse(user, sessionId, refresh, method)};
 }
 
-Service::SignInResult Service::passwordSignIn(const std::string& emailIn, const std::string& password) {
+// Supabase Auth's answer when sign-in attempts come too fast.
+Service::SignInResult Service::tooManyAttempts() {
+  return {429, authErrorBody(429, "over_request_rate_limit", "Request rate limit reached")};
+}
+
+Service::SignInResult Service::passwordSignIn(const std::string& emailIn, const std::string& password,
+                                              const std::string& address) {
   const std::string email = lowerAscii(emailIn);
   if (email.empty()) return {400, authErrorBody(400, "validation_failed", "missing email or phone")};
+  // Unknown e-mails are counted like known ones, so that the limit does not tell them apart.
+  if (!failedSignIns_.allowed(email, address, now())) return tooManyAttempts();
+  const auto slot = hashGate_.enter();
+  if (!slot) return tooManyAttempts();
   const auto found = store_->findUserByEmail(email);
   // Verify against a throw-away hash when the account does not exist, so that the answer's
   // timing does not tell which e-mails have accounts.
   const bool ok = verifyPassword(found ? found->second : dummyHash_, password) && found;
-  if (!ok) return {400, authErrorBody(400, "invalid_credentials", "Invalid login credentials")};
+  if (!ok) {
+    failedSignIns_.failed(email, address, now());
+    return {400, authErrorBody(400, "invalid_credentials", "Invalid login credentials")};
+  }
+  failedSignIns_.succeeded(email);
   return issueSession(found->first, "password");
 }
 
@@ -438,7 +460,12 @@ Service::SignInResult Service::passwordSignUp(const std::string& emailIn, const 
     return {422, authErrorBody(422, "validation_failed", "Password cannot be longer than 72 characters")};
   if (store_->findUserByEmail(email))
     return {422, authErrorBody(422, "user_already_exists", "User already registered")};
-  const auto hash = hashPassword(password, config_.passwordCost);
+  std::optional<std::string> hash;
+  {
+    const auto slot = hashGate_.enter();
+    if (!slot) return tooManyAttempts();
+    hash = hashPassword(password, config_.passwordCost);
+  }
   if (!hash) return {500, authErrorBody(500, "unexpected_failure", "Unexpected failure, please check server logs for more information")};
   const std::int64_t t = now();
   User user{randomUuid(), email, "gratuit", t, t, 0};
@@ -455,7 +482,7 @@ Service::SignInResult Service::passwordSignUp(const std::string& emailIn, const 
   return issueSession(user, "password");
 }
 
-void Service::signup(const httplib::Request& req, httplib::Response& res) {
+void Service::signup(const http::Request& req, http::Response& res) {
   const auto body = objectBody(req);
   std::string email, password;
   if (!body || !stringMember(*body, "email", email) || !stringMember(*body, "password", password))
@@ -464,7 +491,7 @@ void Service::signup(const httplib::Request& req, httplib::Response& res) {
   sendJson(res, r.status, r.body);
 }
 
-void Service::token(const httplib::Request& req, httplib::Response& res) {
+void Service::token(const http::Request& req, http::Response& res) {
   const std::string grant = req.get_param_value("grant_type");
   if (grant != "password" && grant != "refresh_token")
     return authError(res, 400, "validation_failed", "unsupported_grant_type");
@@ -475,7 +502,7 @@ void Service::token(const httplib::Request& req, httplib::Response& res) {
     std::string email, password;
     if (!stringMember(*body, "email", email) || !stringMember(*body, "password", password))
       return authError(res, 400, "bad_json", "Could not parse request body as JSON");
-    const auto r = passwordSignIn(email, password);
+    const auto r = passwordSignIn(email, password, req.remote_addr);
     return sendJson(res, r.status, r.body);
   }
 
@@ -500,13 +527,13 @@ void Service::token(const httplib::Request& req, httplib::Response& res) {
   sendJson(res, 200, tokenResponse(*user, out.sessionId, out.refreshToken, "token_refresh"));
 }
 
-void Service::getUser(const httplib::Request& req, httplib::Response& res) {
+void Service::getUser(const http::Request& req, http::Response& res) {
   const auto caller = authenticate(req);
   if (!caller) return authError(res, 403, "bad_jwt", "invalid JWT: unable to parse or verify signature");
   sendJson(res, 200, tokenResponse(caller->user, caller->sessionId, "", "password")["user"]);
 }
 
-void Service::logout(const httplib::Request& req, httplib::Response& res) {
+void Service::logout(const http::Request& req, http::Response& res) {
   const auto caller = authenticate(req);
   if (!caller) return authError(res, 403, "bad_jwt", "invalid JWT: unable to parse or verify signature");
   if (store_->revokeSession(caller->sessionId) != StoreStatus::ok)
@@ -517,20 +544,57 @@ void Service::logout(const httplib::Request& req, httplib::Response& res) {
 // ---------------------------------------------------------------------------------------------
 // Browser sign-in
 
-bool Service::redirectAllowed(const std::string& url) const {
-  for (const auto& allowed : config_.redirectAllowList)
-    if (url == allowed) return true;
-  // Pages of this service and of the local machine (a development server).
-  const std::string self = config_.publicUrl.empty() ? "http://" + config_.host + ":" + std::to_string(config_.port)
-                                                     : config_.publicUrl;
-  auto under = [&](const std::string& base) {
-    return url.rfind(base, 0) == 0 && (url.size() == base.size() || url[base.size()] == '/' ||
-                                        url[base.size()] == ':' || url[base.size()] == '?');
-  };
-  return under(self) || under("http://127.0.0.1") || under("http://localhost");
+namespace {
+
+// Where a browser would send a request for `address`: its scheme, host and port. Nothing for an
+// address that is not read the same way by every browser: one with user information
+// ("http://127.0.0.1:@evil.example/" goes to evil.example), a host in anything but plain letters,
+// digits, dots and hyphens (or a bracketed IPv6 literal), or a fragment, which the tokens'
+// own would follow.
+struct Origin {
+  std::string scheme, host;
+  int port = 0;
+  bool operator==(const Origin&) const = default;
+};
+
+std::optional<Origin> originOf(const std::string& address) {
+  const auto parsed = url::parse(address);  // strict: no control character, space or backslash
+  if (!parsed || !parsed->host || parsed->fragment) return std::nullopt;
+  const auto authorityStart = address.find("//") + 2;
+  const auto authorityEnd = address.find_first_of("/?#", authorityStart);
+  if (address.substr(authorityStart, authorityEnd - authorityStart).find('@') != std::string::npos) return std::nullopt;
+  Origin o{lowerAscii(parsed->scheme), lowerAscii(*parsed->host), 0};
+  if (o.scheme != "http" && o.scheme != "https") return std::nullopt;
+  if (o.host.empty()) return std::nullopt;
+  if (o.host.front() == '[') {
+    if (o.host.find_first_not_of("[]:.0123456789abcdef") != std::string::npos) return std::nullopt;
+  } else if (o.host.find_first_not_of("abcdefghijklmnopqrstuvwxyz0123456789.-") != std::string::npos) {
+    return std::nullopt;
+  }
+  o.port = parsed->port.value_or(o.scheme == "https" ? 443 : 80);
+  return o;
 }
 
-void Service::authorizePage(const httplib::Request& req, httplib::Response& res) {
+}  // namespace
+
+bool Service::redirectAllowed(const std::string& address) const {
+  // A line break would end the Location header early: the answer would lose its tokens.
+  for (unsigned char c : address)
+    if (c < 0x20 || c == 0x7f) return false;
+  for (const auto& allowed : config_.redirectAllowList)
+    if (address == allowed) return true;
+  const auto origin = originOf(address);
+  if (!origin) return false;
+  // Pages of this service, and of the local machine (a development server) on any port.
+  const auto self = originOf(config_.publicUrl.empty()
+                                 ? "http://" + config_.host + ":" + std::to_string(config_.port)
+                                 : config_.publicUrl);
+  if (self && *origin == *self) return true;
+  return origin->scheme == "http" &&
+         (origin->host == "127.0.0.1" || origin->host == "localhost" || origin->host == "[::1]");
+}
+
+void Service::authorizePage(const http::Request& req, http::Response& res) {
   const std::string provider = req.get_param_value("provider");
   if (provider != "google" && provider != "email")
     return authError(res, 400, "validation_failed",
@@ -541,7 +605,7 @@ void Service::authorizePage(const httplib::Request& req, httplib::Response& res)
   res.set_content(signInPage(provider, redirect, "", ""), kHtml);
 }
 
-void Service::authorizeSubmit(const httplib::Request& req, httplib::Response& res) {
+void Service::authorizeSubmit(const http::Request& req, http::Response& res) {
   const std::string provider = req.get_param_value("provider");
   std::string redirect = req.get_param_value("redirect_to");
   if (!redirectAllowed(redirect)) redirect = "/";
@@ -555,7 +619,8 @@ void Service::authorizeSubmit(const httplib::Request& req, httplib::Response& re
   }
   const std::string email = req.get_param_value("email");
   const std::string password = req.get_param_value("password");
-  const auto r = action == "signup" ? passwordSignUp(email, password) : passwordSignIn(email, password);
+  const auto r =
+      action == "signup" ? passwordSignUp(email, password) : passwordSignIn(email, password, req.remote_addr);
   if (r.status != 200) {
     std::string code;
     stringMember(r.body, "error_code", code);
@@ -564,7 +629,8 @@ void Service::authorizeSubmit(const httplib::Request& req, httplib::Response& re
     else if (code == "user_already_exists") message = "Ce compte existe déjà : utilise « Se connecter ».";
     else if (code == "weak_password") message = "Mot de passe trop court (8 caractères minimum).";
     else if (code == "validation_failed") message = "Adresse e-mail ou mot de passe invalide.";
-    res.status = r.status == 500 ? 500 : 400;
+    else if (code == "over_request_rate_limit") message = "Trop de tentatives : réessaie dans quelques minutes.";
+    res.status = r.status == 500 || r.status == 429 ? r.status : 400;
     res.set_content(signInPage(provider, redirect, email, message), kHtml);
     return;
   }
@@ -587,7 +653,7 @@ Json Service::usageOf(const User& user) const {
   return Json{{"used", used}, {"limit", limit < 0 ? Json(nullptr) : Json(limit)}};
 }
 
-void Service::correct(const httplib::Request& req, httplib::Response& res) {
+void Service::correct(const http::Request& req, http::Response& res) {
   const auto caller = authenticate(req);
   if (!caller) return sendJson(res, 401, functionError("auth", "Session expirée : reconnecte-toi."));
   const User& user = caller->user;
@@ -609,7 +675,7 @@ void Service::correct(const httplib::Request& req, httplib::Response& res) {
     return sendJson(res, 400, withPlan(functionError("bad_request", "Mode inconnu : « fix » ou « rephrase »"), currentUsage()));
   if (text.find_first_not_of(" \t\r\n") == std::string::npos)
     return sendJson(res, 400, withPlan(functionError("empty", "Aucun texte à corriger"), currentUsage()));
-  if (codePoints(text) > config_.maxTextChars)
+  if (mirlo::text::graphemeCount(text) > config_.maxTextChars)
     return sendJson(res, 413,
                     withPlan(functionError("too_long", "Texte trop long : " + std::to_string(config_.maxTextChars) +
                                                            " caractères au maximum"),
@@ -643,9 +709,14 @@ void Service::correct(const httplib::Request& req, httplib::Response& res) {
   }
   Json answer = withPlan(Json{{"result", *result}}, reservation.used);
   sendJson(res, 200, answer);
+  // A client that has gone away never received its correction: it is not counted.
+  res.undelivered = [this, id = user.id, day] {
+    if (store_->release(id, day) != StoreStatus::ok)
+      std::fprintf(stderr, "storage: cannot give back a correction: %s\n", store_->lastError().c_str());
+  };
 }
 
-void Service::account(const httplib::Request& req, httplib::Response& res) {
+void Service::account(const http::Request& req, http::Response& res) {
   const auto caller = authenticate(req);
   if (!caller) return sendJson(res, 401, functionError("auth", "Session expirée : reconnecte-toi."));
   sendJson(res, 200,
@@ -655,7 +726,7 @@ void Service::account(const httplib::Request& req, httplib::Response& res) {
                 {"plans", Json::array({"gratuit", "pro_mensuel", "pro_annuel", "lifetime"})}});
 }
 
-void Service::changePlan(const httplib::Request& req, httplib::Response& res) {
+void Service::changePlan(const http::Request& req, http::Response& res) {
   const auto caller = authenticate(req);
   if (!caller) return sendJson(res, 401, functionError("auth", "Session expirée : reconnecte-toi."));
   // There is no payment here: only someone at this machine may change a plan.

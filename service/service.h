@@ -5,6 +5,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -12,15 +13,11 @@
 #include <vector>
 
 #include "service/crypto.h"
+#include "service/http_server.h"
 #include "service/rephraser.h"
+#include "service/sign_in_limits.h"
 #include "service/speller.h"
 #include "service/store.h"
-
-namespace httplib {
-class Server;
-struct Request;
-struct Response;
-}  // namespace httplib
 
 namespace mirlo::service {
 
@@ -44,6 +41,13 @@ struct ServiceConfig {
   std::int64_t refreshReuseSeconds = 10;
   std::size_t maxTextChars = 5000;
   std::size_t maxBodyBytes = 1 << 20;
+  // The HTTP layer: connections kept at once, the size of a request's head, the time allowed to
+  // receive a whole request, and the threads that run handlers.
+  std::size_t maxConnections = 128;
+  std::size_t maxHeaderBytes = 16 * 1024;
+  std::chrono::milliseconds requestDeadline{10'000};
+  unsigned workers = 16;
+  SignInLimits signIn;
   int freeDailyLimit = 3;
   // Where the browser sign-in may send tokens, besides the service itself and loopback pages.
   std::vector<std::string> redirectAllowList = {"mirlo://auth"};
@@ -62,8 +66,9 @@ class Service {
   Service(const Service&) = delete;
   Service& operator=(const Service&) = delete;
 
-  // Binds the listening socket; the port bound, or -1.
-  int bind();
+  // Binds the listening socket; the port bound, or -1 (with the reason in `error`).
+  int bind(std::string* error);
+  int bind() { return bind(nullptr); }
   // Serves until stop(); returns false if the server could not run.
   bool run();
   void stop();
@@ -82,34 +87,35 @@ class Service {
   std::int64_t now() const;
 
   // Gateway and token checks.
-  bool gatewayAllows(const httplib::Request& req, httplib::Response& res) const;
+  bool gatewayAllows(const http::Request& req, http::Response& res) const;
   struct Caller {
     User user;
     std::string sessionId;
   };
-  std::optional<Caller> authenticate(const httplib::Request& req) const;
+  std::optional<Caller> authenticate(const http::Request& req) const;
 
   // Auth endpoints.
-  void signup(const httplib::Request& req, httplib::Response& res);
-  void token(const httplib::Request& req, httplib::Response& res);
-  void getUser(const httplib::Request& req, httplib::Response& res);
-  void logout(const httplib::Request& req, httplib::Response& res);
-  void authorizePage(const httplib::Request& req, httplib::Response& res);
-  void authorizeSubmit(const httplib::Request& req, httplib::Response& res);
+  void signup(const http::Request& req, http::Response& res);
+  void token(const http::Request& req, http::Response& res);
+  void getUser(const http::Request& req, http::Response& res);
+  void logout(const http::Request& req, http::Response& res);
+  void authorizePage(const http::Request& req, http::Response& res);
+  void authorizeSubmit(const http::Request& req, http::Response& res);
 
   // Functions.
-  void correct(const httplib::Request& req, httplib::Response& res);
-  void account(const httplib::Request& req, httplib::Response& res);
-  void changePlan(const httplib::Request& req, httplib::Response& res);
+  void correct(const http::Request& req, http::Response& res);
+  void account(const http::Request& req, http::Response& res);
+  void changePlan(const http::Request& req, http::Response& res);
 
   // Shared steps.
   struct SignInResult {
     int status = 0;
     Json body;  // a token response, or an error body
   };
-  SignInResult passwordSignIn(const std::string& email, const std::string& password);
+  SignInResult passwordSignIn(const std::string& email, const std::string& password, const std::string& address);
   SignInResult passwordSignUp(const std::string& email, const std::string& password);
   SignInResult issueSession(const User& user, const std::string& method);
+  static SignInResult tooManyAttempts();
   Json tokenResponse(const User& user, const std::string& sessionId, const std::string& refreshToken,
                      const std::string& method) const;
   Json usageOf(const User& user) const;
@@ -122,7 +128,9 @@ class Service {
   std::string jwtSecret_;
   std::string sealKey_;
   std::string dummyHash_;  // verified against when the e-mail is unknown, so timing does not tell
-  std::unique_ptr<httplib::Server> server_;
+  FailedSignIns failedSignIns_;
+  HashGate hashGate_;
+  std::unique_ptr<http::Server> server_;
 };
 
 // Plans and their daily allowance (negative: unlimited); nothing for an unknown plan name.

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sqlite3.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <utility>
@@ -138,6 +139,15 @@ std::unique_ptr<Store> Store::open(const std::string& path, std::string* error, 
   // Create the file ourselves so that it is never readable by others, whatever the umask.
   const int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
   if (fd >= 0) ::close(fd);
+  // A file loosened since (by hand, a copy, a restore) is tightened again, with the journal
+  // files that hold its latest writes: SQLite gives new ones the database's own mode.
+  for (const char* suffix : {"", "-wal", "-shm"}) {
+    const int f = ::open((path + suffix).c_str(), O_RDONLY | O_CLOEXEC);
+    if (f < 0) continue;
+    struct stat st {};
+    if (::fstat(f, &st) == 0 && S_ISREG(st.st_mode) && (st.st_mode & 077) != 0) ::fchmod(f, 0600);
+    ::close(f);
+  }
   sqlite3* db = nullptr;
   if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_FULLMUTEX, nullptr) !=
       SQLITE_OK) {
