@@ -59,7 +59,7 @@ create view public.my_account with (security_invoker = true) as
     join public.plan_limits l on l.plan = p.plan
     left join public.daily_usage u
       on u.user_id = p.user_id and u.day = (now() at time zone 'utc')::date;
-revoke all on public.my_account from public, anon;
+revoke all on public.my_account from public, anon, authenticated;
 grant select on public.my_account to authenticated;
 
 -- Takes one correction from the account's allowance for today, creating the account's plan row the

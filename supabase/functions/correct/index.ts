@@ -90,9 +90,11 @@ async function caller(request: Request): Promise<Caller> {
   const { data, error } = await auth.getUser(token);
   if (!error && data.user) return { id: data.user.id };
   // A refusal of the token makes the program refresh its session, and a refresh that fails signs
-  // the person out: only the auth server's own "no" may say so, never its being out of reach.
+  // the person out: only the auth server's own "no" may say so, never its being out of reach or
+  // busy.
   if (
-    error && isAuthApiError(error) && error.status >= 400 && error.status < 500
+    error && isAuthApiError(error) && error.status >= 400 && error.status < 500 &&
+    error.status !== 429
   ) {
     return "refused";
   }
