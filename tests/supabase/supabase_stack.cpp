@@ -1,14 +1,11 @@
 #include "supabase/supabase_stack.h"
 
-#include <arpa/inet.h>
 #include <fcntl.h>
 #include <grp.h>
 #include <libpq-fe.h>
-#include <netinet/in.h>
 #include <pwd.h>
 #include <signal.h>
 #include <sys/prctl.h>
-#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -20,6 +17,7 @@
 #include <sstream>
 
 #include "service/crypto.h"
+#include "support/loopback_ports.h"
 
 namespace mirlo::supabase::testing {
 
@@ -27,30 +25,6 @@ namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
 
 namespace {
-
-// A port nobody listens on right now.
-int freePort() {
-  const int s = ::socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in addr{};
-  addr.sin_family = AF_INET;
-  addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  ::bind(s, reinterpret_cast<sockaddr*>(&addr), sizeof addr);
-  socklen_t len = sizeof addr;
-  ::getsockname(s, reinterpret_cast<sockaddr*>(&addr), &len);
-  ::close(s);
-  return ntohs(addr.sin_port);
-}
-
-bool answers(int port) {
-  const int s = ::socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in addr{};
-  addr.sin_family = AF_INET;
-  addr.sin_port = htons(static_cast<std::uint16_t>(port));
-  addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  const bool ok = ::connect(s, reinterpret_cast<sockaddr*>(&addr), sizeof addr) == 0;
-  ::close(s);
-  return ok;
-}
 
 std::string slurp(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
@@ -154,7 +128,7 @@ std::unique_ptr<Database> Database::start(const std::string& dir, std::string* e
                             {}, dir, log, user});
   if (!exitedWith(init, 0)) return *error = "initdb failed:\n" + slurp(log), nullptr;
 
-  db->port_ = freePort();
+  db->port_ = mirlo::testing::freeLoopbackPort();
   // Durability is not what these tests are about: no fsync, so that the server costs little.
   db->pid_ = spawn({{bin + "/postgres", "-D", dir + "/data", "-p", std::to_string(db->port_), "-k", dir, "-c",
                      "listen_addresses=127.0.0.1", "-c", "fsync=off", "-c", "synchronous_commit=off", "-c",
@@ -257,7 +231,7 @@ bool SupabaseStack::startAuth(std::string* error) {
 }
 
 bool SupabaseStack::startFunction(std::string* error) {
-  functionPort_ = freePort();
+  functionPort_ = mirlo::testing::freeLoopbackPort();
   const std::string source = MIRLO_SOURCE_DIR;
   const std::string serviceKey =
       service::signJwt({{"iss", "supabase-demo"}, {"role", "service_role"}, {"exp", 1983812996}},
@@ -281,7 +255,7 @@ bool SupabaseStack::startFunction(std::string* error) {
   s.log = root_ + "/function.log";
   function_ = spawn(s);
   const auto limit = Clock::now() + std::chrono::seconds(60);
-  while (!answers(functionPort_)) {
+  while (!mirlo::testing::loopbackPortAnswers(functionPort_)) {
     if (Clock::now() > limit || ::waitpid(function_, nullptr, WNOHANG) != 0) {
       function_ = -1;
       return *error = "the correct function did not start:\n" + functionLog(), false;

@@ -9,7 +9,8 @@
 // MIRLO_MODEL_KEY (secrets). Run by hand, it listens on PORT (8000 when unset).
 
 import postgres from "npm:postgres@3.4.9";
-import { createClient, isAuthApiError } from "npm:@supabase/supabase-js@2.119.1";
+import { createClient } from "npm:@supabase/supabase-js@2.119.1";
+import { identify } from "../_shared/caller.ts";
 import {
   type Answer,
   cleanAnswer,
@@ -74,32 +75,6 @@ function databaseTls(url: string): "verify-full" | false | undefined {
     return false;
   }
   return "verify-full";
-}
-
-type Caller = { id: string } | "refused" | "unavailable";
-
-// The caller's account, through Supabase Auth: it knows the project's signing keys, whichever they
-// are, and whether the session behind the token has ended.
-async function caller(request: Request): Promise<Caller> {
-  const header = request.headers.get("authorization") ?? "";
-  const match = /^bearer\s+(\S+)$/i.exec(header.trim());
-  const token = match?.[1] ?? "";
-  if (token === "" || token === anonKey || token.split(".").length !== 3) {
-    return "refused";
-  }
-  const { data, error } = await auth.getUser(token);
-  if (!error && data.user) return { id: data.user.id };
-  // A refusal of the token makes the program refresh its session, and a refresh that fails signs
-  // the person out: only the auth server's own "no" may say so, never its being out of reach or
-  // busy.
-  if (
-    error && isAuthApiError(error) && error.status >= 400 && error.status < 500 &&
-    error.status !== 429
-  ) {
-    return "refused";
-  }
-  console.error(`auth server: ${error?.name ?? "no user"} ${error?.status ?? ""}`);
-  return "unavailable";
 }
 
 // The body's bytes, or null when there are more than `limit`. Past the limit the rest is still
@@ -183,7 +158,7 @@ async function correct(request: Request): Promise<Answer> {
   const bytes = await readCapped(request.body, MAX_BODY_BYTES, DRAIN_LIMIT_BYTES);
   if (bytes === null) return refusal(413, "too_large", messages.tooLarge);
 
-  const who = await caller(request);
+  const who = await identify(request, anonKey, (token) => auth.getUser(token));
   if (who === "refused") return refusal(401, "auth", messages.auth);
   if (who === "unavailable") {
     return refusal(503, "unavailable", messages.unavailable);
