@@ -41,6 +41,7 @@ class ModelStandIn {
       res.status = status_;
       res.set_content(answer_, "application/json");
     });
+    server_.set_tcp_nodelay(true);  // as a real server: no 40 ms wait for a delayed acknowledgement
     port_ = server_.bind_to_any_port("127.0.0.1");
     thread_ = std::thread([this] { server_.listen_after_bind(); });
     const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(10);

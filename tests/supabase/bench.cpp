@@ -28,6 +28,7 @@ Reply send(httplib::Client& c, const std::string& path, const Json& body, const 
 std::vector<double> measure(int port, const std::string& token, const std::string& mode, int n) {
   httplib::Client c("127.0.0.1", port);
   c.set_keep_alive(true);
+  c.set_tcp_nodelay(true);
   const Json body = {{"text", "Je suis allé au marché hier matin pour acheter des légumes frais et du pain."},
                      {"mode", mode},
                      {"device_id", "banc"}};

@@ -270,10 +270,12 @@ bool SupabaseStack::startFunction(std::string* error) {
 // for the auth server that plays it.
 bool SupabaseStack::startGateway(std::string* error) {
   gateway_ = std::make_unique<httplib::Server>();
+  gateway_->set_tcp_nodelay(true);
   auto forward = [this](const httplib::Request& req, httplib::Response& res) {
     const bool function = req.path.rfind("/functions/v1/", 0) == 0;
     httplib::Client upstream("127.0.0.1", function ? functionPort_ : authPort_);
     upstream.set_read_timeout(60, 0);
+    upstream.set_tcp_nodelay(true);
     httplib::Request out;
     out.method = req.method;
     out.path = req.target;
