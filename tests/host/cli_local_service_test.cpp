@@ -2,10 +2,7 @@
 // trying Mirlo on one machine with no account anywhere sees.
 #include <gtest/gtest.h>
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <signal.h>
-#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -15,6 +12,7 @@
 
 #include "host/cli_process.h"
 #include "mirlo/config.h"
+#include "support/loopback_ports.h"
 
 namespace mirlo {
 namespace {
@@ -24,36 +22,12 @@ using testing::Outcome;
 
 #ifdef MIRLO_SERVICE_PATH
 
-// A port nobody listens on right now.
-int freePort() {
-  int s = ::socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in addr{};
-  addr.sin_family = AF_INET;
-  addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  ::bind(s, reinterpret_cast<sockaddr*>(&addr), sizeof addr);
-  socklen_t len = sizeof addr;
-  ::getsockname(s, reinterpret_cast<sockaddr*>(&addr), &len);
-  ::close(s);
-  return ntohs(addr.sin_port);
-}
-
-bool answers(int port) {
-  int s = ::socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in addr{};
-  addr.sin_family = AF_INET;
-  addr.sin_port = htons(static_cast<std::uint16_t>(port));
-  addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  bool ok = ::connect(s, reinterpret_cast<sockaddr*>(&addr), sizeof addr) == 0;
-  ::close(s);
-  return ok;
-}
-
 class CommandLineWithLocalService : public ::testing::Test {
  protected:
   void SetUp() override {
     std::string pattern = (fs::temp_directory_path() / "mirlo-local-XXXXXX").string();
     home_ = ::mkdtemp(pattern.data());
-    port_ = freePort();
+    port_ = testing::freeLoopbackPort();
     const std::string portText = std::to_string(port_);
     const std::string dataDir = (home_ / "service").string();
     service_ = ::fork();
@@ -63,7 +37,7 @@ class CommandLineWithLocalService : public ::testing::Test {
       ::_exit(127);
     }
     const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (!answers(port_)) {
+    while (!testing::loopbackPortAnswers(port_)) {
       ASSERT_LT(std::chrono::steady_clock::now(), limit) << "mirlo-service did not start listening";
       ASSERT_EQ(::waitpid(service_, nullptr, WNOHANG), 0) << "mirlo-service exited at start";
       std::this_thread::sleep_for(std::chrono::milliseconds(20));

@@ -25,6 +25,16 @@ struct Reply {
   std::string location;
 };
 
+inline Reply replyOf(const httplib::Result& r) {
+  Reply out;
+  if (!r) return out;
+  out.status = r->status;
+  out.raw = r->body;
+  out.body = parseJson(r->body).value_or(Json());
+  out.location = r->get_header_value("Location");
+  return out;
+}
+
 class ServiceTest : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -71,15 +81,7 @@ class ServiceTest : public ::testing::Test {
     start(tweak);
   }
 
-  static Reply reply(const httplib::Result& r) {
-    Reply out;
-    if (!r) return out;
-    out.status = r->status;
-    out.raw = r->body;
-    out.body = parseJson(r->body).value_or(Json());
-    out.location = r->get_header_value("Location");
-    return out;
-  }
+  static Reply reply(const httplib::Result& r) { return replyOf(r); }
 
   Reply post(const std::string& path, const std::string& body, const std::string& bearer = "",
              const std::string& key = config::kAnonKey) {

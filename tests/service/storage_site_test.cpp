@@ -37,11 +37,15 @@ TEST_F(StorageTest, SecretsAndDatabaseArePrivateAndSurviveARestart) {
   EXPECT_EQ(modeOf(root + "/data/service.db"), 0600);
   EXPECT_EQ(service->store().schemaVersion(), Store::latestSchemaVersion());
 
-  // Loosened permissions are tightened again, and the same secret still signs: sessions live on.
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(correct(token, "Bonjour").status, 200);
+
+  // Loosened permissions are tightened again, and the same secret still signs: sessions live on,
+  // and so does the day's count.
   ::chmod((root + "/data/secrets.json").c_str(), 0644);
   restart();
   EXPECT_EQ(modeOf(root + "/data/secrets.json"), 0600);
-  EXPECT_EQ(correct(token, "Bonjour").status, 200);
+  auto spent = correct(token, "Bonjour");
+  EXPECT_EQ(spent.body["code"], "quota") << spent.raw;
 }
 
 TEST_F(StorageTest, NeitherPasswordsNorRefreshTokensAreStoredInClear) {
@@ -170,6 +174,20 @@ TEST_F(SiteTest, TheSiteServesWhatTheProgramFetchesAndOpens) {
   auto dmg = reply(client->Get("/Mirlo.dmg"));
   EXPECT_EQ(dmg.status, 404);
   EXPECT_NE(dmg.raw.find("n'a pas d'image disque"), std::string::npos);
+}
+
+TEST_F(SiteTest, TheAccountPageShowsAndChangesThePlan) {
+  const std::string token = accountToken("lea@example.fr");
+  correct(token, "Bonjour");
+  auto changed = setPlan(token, "lifetime");
+  ASSERT_EQ(changed.status, 200) << changed.raw;
+  EXPECT_EQ(changed.body["plan"], "lifetime");
+  EXPECT_EQ(setPlan(token, "platine").body["code"], "bad_request");
+
+  auto shown = get("/functions/v1/account", token);
+  EXPECT_EQ(shown.body["email"], "lea@example.fr");
+  EXPECT_EQ(shown.body["plan"], "lifetime");
+  EXPECT_EQ(shown.body["usage"], (Json{{"used", 1}, {"limit", nullptr}}));
 }
 
 }  // namespace
