@@ -623,6 +623,7 @@ void Runner::hold(ScriptLine& line) {
   if (line.accept("for")) forSeconds = line.duration("how long");
   line.end();
   if (held_) throw ScriptFault("a key is already held: 'release' it first");
+  const double start = desk_.queue.now();
   if (!key.hasKey) {
     // Modifiers alone: the hardware reports them held, no event goes anywhere.
     if (forSeconds) desk_.keyboard.hold(key.flags, desk_.queue.now() + *forSeconds);
@@ -637,7 +638,9 @@ void Runner::hold(ScriptLine& line) {
   else desk_.keyDown(key.code, key.flags);
   settle();
   if (forSeconds) {
-    desk_.queue.advance(*forSeconds);
+    // The key comes up D after it went down. The program may already have spent some of that
+    // time (a correction waits for the keys to be let go), so the clock only goes on to then.
+    desk_.queue.advance(start + *forSeconds - desk_.queue.now());
     ScriptLine none("");
     release(none);
   }
