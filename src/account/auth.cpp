@@ -67,7 +67,10 @@ void Auth::signOut() {
     plan_.clear();
     quotaUsed_ = -1;
   }
-  app_.keychain().save(service_, "");
+  {
+    std::lock_guard saving(persistMutex_);
+    saved_ = app_.keychain().save(service_, "");
+  }
   app_.notifications().post(changed);
 }
 
@@ -88,24 +91,26 @@ void Auth::load() {
   decodeEmail();
 }
 
-void Auth::persist() {
+bool Auth::persist() {
+  std::lock_guard saving(persistMutex_);
   Json object = Json::object();
   {
     std::lock_guard lock(mutex_);
     object["access"] = accessToken_;
     object["refresh"] = refreshToken_;
   }
-  app_.keychain().save(service_, dumpJson(object));
+  saved_ = app_.keychain().save(service_, dumpJson(object));
+  return saved_;
 }
 
-void Auth::storeTokensAndPersist(const std::string& access, const std::string& refresh) {
+bool Auth::storeTokensAndPersist(const std::string& access, const std::string& refresh) {
   {
     std::lock_guard lock(mutex_);
     accessToken_ = access;
     refreshToken_ = refresh;
   }
   decodeEmail();
-  persist();
+  return persist();
 }
 
 }  // namespace mirlo

@@ -6,6 +6,7 @@
 // every field is guarded by one mutex and read as a whole value.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -42,6 +43,12 @@ class Auth {
   // announces the change. The last reported allowance is kept on purpose.
   void signOut();
 
+  // False once the keychain refused to store the session (or to delete it), until a later save
+  // succeeds: the session in use here then differs from the stored one, which the next start
+  // will find. The tokens in memory are kept all the same: after a sign-in or a refresh they are
+  // the only ones the service still honours.
+  bool sessionSaved() const { return saved_; }
+
   // --- The sign-in protocol.
 
   // The address to open in the browser for Google sign-in.
@@ -63,15 +70,19 @@ class Auth {
 
  private:
   void load();
-  void persist();
+  bool persist();
   void decodeEmail();
-  void storeTokensAndPersist(const std::string& access, const std::string& refresh);
+  bool storeTokensAndPersist(const std::string& access, const std::string& refresh);
   void passwordRequest(const std::string& path, const std::map<std::string, std::string>& body,
                        std::function<void(std::optional<std::string>)> done);
 
   App& app_;
   const std::string service_ = "io.mirlo.app.session";
   mutable std::mutex mutex_;
+  // Held while a save reads the tokens and writes them, so that of two overlapping saves the
+  // last one writes the newest tokens.
+  std::mutex persistMutex_;
+  std::atomic<bool> saved_{true};
   std::string accessToken_;
   std::string refreshToken_;
   std::string email_;
