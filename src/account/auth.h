@@ -14,9 +14,23 @@
 #include <optional>
 #include <string>
 
+#include "platform/http.h"
+
 namespace mirlo {
 
 class App;
+
+// How a refresh of the session ended.
+struct RefreshOutcome {
+  enum class Kind {
+    refreshed,  // a new token pair is in use
+    refused,    // the server refused the refresh token (or there was none): signed out
+    failed,     // nothing was learnt about the session: it is kept
+  };
+  Kind kind = Kind::failed;
+  // Why it failed: the transport's failure, or nothing when the answer could not be used.
+  std::optional<TransportError> transport;
+};
 
 class Auth {
  public:
@@ -61,8 +75,14 @@ class Auth {
   void signUp(const std::string& email, const std::string& password,
               std::function<void(std::optional<std::string>)> done);
   // Obtains a new token pair. `done` runs on the network thread (or at once, on the caller's
-  // thread, when there is no refresh token); a failure signs out through the main queue.
-  void refresh(std::function<void(bool)> done);
+  // thread, when there is no refresh token). Only a refusal of the refresh token by the
+  // authentication server (a 4xx answer without tokens) signs out, through the main queue.
+  //
+  // The original design signed out after any failed refresh. A connection reset, a time-out, a
+  // server error or a garbled answer says nothing about the session, and someone on a train
+  // would have had to sign in again after every tunnel: those keep the session, and the
+  // correction that needed the refresh shows its own error.
+  void refresh(std::function<void(RefreshOutcome)> done);
 
   // Test and tooling access: stores a token pair as a successful sign-in would, without a
   // notification.

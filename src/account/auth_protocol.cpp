@@ -143,31 +143,41 @@ void Auth::passwordRequest(const std::string& path, const std::map<std::string, 
   });
 }
 
-void Auth::refresh(std::function<void(bool)> done) {
+void Auth::refresh(std::function<void(RefreshOutcome)> done) {
+  using Kind = RefreshOutcome::Kind;
   const std::string current = refreshToken();
   if (current.empty()) {
-    done(false);
+    done({Kind::refused, std::nullopt});
     return;
   }
   const std::string address = app_.config().supabaseUrl + "/auth/v1/token?grant_type=refresh_token";
   if (!url::parse(address)) {
-    done(false);
+    done({Kind::failed, std::nullopt});
     return;
   }
   auto request = authRequest(app_, address, Json{{"refresh_token", current}});
   MainQueue& main = app_.platform().mainQueue;
   app_.platform().http.send(std::move(request), [this, &main, done = std::move(done)](HttpResult result) {
-    if (auto* response = std::get_if<HttpResponse>(&result)) {
-      if (auto object = parseJson(response->body)) {
-        if (auto tokens = tokenPair(*object)) {
-          storeTokensAndPersist(tokens->first, tokens->second);
-          done(true);
-          return;
-        }
+    if (auto* failure = std::get_if<TransportError>(&result)) {
+      done({Kind::failed, *failure});
+      return;
+    }
+    const auto& response = std::get<HttpResponse>(result);
+    if (auto object = parseJson(response.body)) {
+      if (auto tokens = tokenPair(*object)) {
+        storeTokensAndPersist(tokens->first, tokens->second);
+        done({Kind::refreshed, std::nullopt});
+        return;
       }
     }
-    main.post([this] { signOut(); });
-    done(false);
+    // The body decides a success; only a client error without tokens is the server's refusal of
+    // this refresh token. Anything else (a server error, a proxy's page) is kept for later.
+    if (response.status >= 400 && response.status < 500) {
+      main.post([this] { signOut(); });
+      done({Kind::refused, std::nullopt});
+      return;
+    }
+    done({Kind::failed, std::nullopt});
   });
 }
 

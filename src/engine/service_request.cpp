@@ -96,12 +96,20 @@ void Engine::request(const std::string& text, const std::string& mode, bool allo
     }
     auto code = stringMember(answer, "code");
     if (code == "auth" && allowRetry) {
-      app.auth().refresh([this, text, mode, done = std::move(done)](bool refreshed) mutable {
-        if (!refreshed) {
-          done(MirloError{"Reconnecte-toi à ton compte", false, std::string("auth")});
-          return;
+      app.auth().refresh([this, text, mode, done = std::move(done)](RefreshOutcome outcome) mutable {
+        switch (outcome.kind) {
+          case RefreshOutcome::Kind::refreshed:
+            this->request(text, mode, false, std::move(done));
+            return;
+          case RefreshOutcome::Kind::refused:
+            done(MirloError{"Reconnecte-toi à ton compte", false, std::string("auth")});
+            return;
+          case RefreshOutcome::Kind::failed:
+            // The session is kept: this correction fails as a request would have.
+            if (outcome.transport) done(*outcome.transport);
+            else done(MirloError{"Réponse invalide du serveur", false, std::nullopt});
+            return;
         }
-        this->request(text, mode, false, std::move(done));
       });
       return;
     }

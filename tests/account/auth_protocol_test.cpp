@@ -234,9 +234,9 @@ TEST(PasswordSignIn, AnswersAreJudgedByTheirBodyAlone) {
 
 TEST(Refresh, WithoutARefreshTokenFailsAtOnceAndDoesNotSignOut) {
   SimWorld w;
-  std::optional<bool> result;
-  w.app->auth().refresh([&](bool ok) { result = ok; });
-  EXPECT_EQ(result, false) << "called on the caller's thread, before returning";
+  std::optional<RefreshOutcome::Kind> result;
+  w.app->auth().refresh([&](RefreshOutcome outcome) { result = outcome.kind; });
+  EXPECT_EQ(result, RefreshOutcome::Kind::refused) << "called on the caller's thread, before returning";
   w.advance(60);
   EXPECT_EQ(w.desk.http.requestCount(), 0u);
   EXPECT_EQ(changes(w), 0);
@@ -247,10 +247,10 @@ TEST(Refresh, ANewPairReplacesTheOldOneSilently) {
   w.signIn("old@example.fr", "refresh-1");
   const std::string access = accessTokenFor("New@Example.fr");
   w.desk.http.enqueue(kRefreshPath, SimAnswer::json(400, tokenAnswer(access, "refresh-2")));
-  std::optional<bool> result;
-  w.app->auth().refresh([&](bool ok) { result = ok; });
+  std::optional<RefreshOutcome::Kind> result;
+  w.app->auth().refresh([&](RefreshOutcome outcome) { result = outcome.kind; });
   w.advance();
-  EXPECT_EQ(result, true);
+  EXPECT_EQ(result, RefreshOutcome::Kind::refreshed);
   EXPECT_EQ(w.app->auth().refreshToken(), "refresh-2");
   EXPECT_EQ(w.app->auth().email(), "new@example.fr");
   EXPECT_EQ(*parseJson(w.desk.secrets.items.at(kService)), (Json{{"access", access}, {"refresh", "refresh-2"}}));
@@ -263,27 +263,26 @@ TEST(Refresh, ANewPairReplacesTheOldOneSilently) {
   for (const auto& [name, value] : requests[0].headers) EXPECT_NE(name, "Authorization");
 }
 
-TEST(Refresh, AnythingButATokenPairSignsOutAfterReportingFailure) {
-  const SimAnswer failures[] = {
-      SimAnswer::json(200, R"({"access_token":"a"})"),
+// What a failure that is not a refusal leaves is told with the correction that needed it, in
+// engine_flow_test.cpp.
+TEST(Refresh, ARefusalSignsOutAfterReportingIt) {
+  const SimAnswer refusals[] = {
       SimAnswer::json(400, R"({"error_code":"refresh_token_not_found","msg":"Invalid Refresh Token"})"),
-      SimAnswer::json(200, ""),
-      SimAnswer::json(200, "[]"),
-      SimAnswer::json(200, R"({"access_token":1,"refresh_token":2})"),
-      SimAnswer::failure("Could not connect to the server."),
+      SimAnswer::json(401, ""),
+      SimAnswer::json(403, "<html>Forbidden</html>"),
   };
-  for (const auto& answer : failures) {
+  for (const auto& answer : refusals) {
     SimWorld w;
     w.signIn();
-    std::optional<bool> result;
+    std::optional<RefreshOutcome::Kind> result;
     bool signedInWhenDone = false;
     w.desk.http.enqueue(kRefreshPath, answer);
-    w.app->auth().refresh([&](bool ok) {
-      result = ok;
+    w.app->auth().refresh([&](RefreshOutcome outcome) {
+      result = outcome.kind;
       signedInWhenDone = w.app->auth().isSignedIn();
     });
     w.advance();
-    EXPECT_EQ(result, false);
+    EXPECT_EQ(result, RefreshOutcome::Kind::refused);
     EXPECT_TRUE(signedInWhenDone) << "the sign-out is queued for the main queue, after the report";
     EXPECT_FALSE(w.app->auth().isSignedIn());
     EXPECT_TRUE(w.desk.secrets.items.empty());
