@@ -6,6 +6,14 @@
 
 namespace mirlo {
 
+bool usableToken(std::string_view token) {
+  constexpr std::size_t kLongestToken = 8192;  // what proxies commonly accept for one header line
+  if (token.size() > kLongestToken) return false;
+  for (unsigned char c : token)
+    if (c <= 0x20 || c >= 0x7F) return false;
+  return true;
+}
+
 Auth::Auth(App& app) : app_(app) { load(); }
 
 std::string Auth::accessToken() const {
@@ -83,10 +91,14 @@ void Auth::load() {
   if (!parsed || !parsed->is_object()) return;
   for (const auto& [key, value] : parsed->items())
     if (!value.is_string()) return;
+  const std::string access = parsed->value("access", std::string());
+  const std::string refresh = parsed->value("refresh", std::string());
+  // Kept by an earlier version that stored whatever came: unusable tokens read as signed out.
+  if (!usableToken(access) || !usableToken(refresh)) return;
   {
     std::lock_guard lock(mutex_);
-    accessToken_ = parsed->value("access", std::string());
-    refreshToken_ = parsed->value("refresh", std::string());
+    accessToken_ = access;
+    refreshToken_ = refresh;
   }
   decodeEmail();
 }

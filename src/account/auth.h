@@ -13,12 +13,19 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "platform/http.h"
 
 namespace mirlo {
 
 class App;
+
+// Whether a token from the service can be kept and sent back in a header: printable ASCII only
+// (a line break would add headers of the service's choosing to every later request) and no longer
+// than any real token (one of megabytes would break every later request). Tokens that are not are
+// an invalid answer, never stored.
+bool usableToken(std::string_view token);
 
 // How a refresh of the session ended.
 struct RefreshOutcome {

@@ -27,14 +27,20 @@ HttpRequest authRequest(const App& app, const std::string& url, const Json& body
   return request;
 }
 
-// Both tokens as strings, or nothing.
-std::optional<std::pair<std::string, std::string>> tokenPair(const Json& object) {
+// Both tokens as strings, or nothing. A pair that is there but not usable (see usableToken) sets
+// `unusable` and is nothing too.
+std::optional<std::pair<std::string, std::string>> tokenPair(const Json& object, bool* unusable = nullptr) {
   if (!object.is_object()) return std::nullopt;
   auto access = object.find("access_token");
   auto refresh = object.find("refresh_token");
   if (access == object.end() || refresh == object.end() || !access->is_string() || !refresh->is_string())
     return std::nullopt;
-  return std::make_pair(access->get<std::string>(), refresh->get<std::string>());
+  auto pair = std::make_pair(access->get<std::string>(), refresh->get<std::string>());
+  if (!usableToken(pair.first) || !usableToken(pair.second)) {
+    if (unusable) *unusable = true;
+    return std::nullopt;
+  }
+  return pair;
 }
 
 // The addresses of sign-in and sign-up are built from the build's constants: one that does not
@@ -71,7 +77,7 @@ bool Auth::handleCallback(const std::string& address) {
     if (amp == std::string_view::npos) break;
     fragment.remove_prefix(amp + 1);
   }
-  if (!access || !refresh) return false;
+  if (!access || !refresh || !usableToken(*access) || !usableToken(*refresh)) return false;
   storeTokensAndPersist(*access, *refresh);
   app_.notifications().post(changed);
   return true;
@@ -126,10 +132,15 @@ void Auth::passwordRequest(const std::string& path, const std::map<std::string, 
         done("Réponse invalide");
         return;
       }
-      if (auto tokens = tokenPair(*object)) {
+      bool unusable = false;
+      if (auto tokens = tokenPair(*object, &unusable)) {
         storeTokensAndPersist(tokens->first, tokens->second);
         app_.notifications().post(changed);
         done(std::nullopt);
+        return;
+      }
+      if (unusable) {
+        done("Réponse invalide");
         return;
       }
       std::string code;
@@ -163,12 +174,18 @@ void Auth::refresh(std::function<void(RefreshOutcome)> done) {
       return;
     }
     const auto& response = std::get<HttpResponse>(result);
+    bool unusable = false;
     if (auto object = parseJson(response.body)) {
-      if (auto tokens = tokenPair(*object)) {
+      if (auto tokens = tokenPair(*object, &unusable)) {
         storeTokensAndPersist(tokens->first, tokens->second);
         done({Kind::refreshed, std::nullopt});
         return;
       }
+    }
+    // Tokens that cannot be used are an answer that cannot be read, not a refusal.
+    if (unusable) {
+      done({Kind::failed, std::nullopt});
+      return;
     }
     // The body decides a success; only a client error without tokens is the server's refusal of
     // this refresh token. Anything else (a server error, a proxy's page) is kept for later.

@@ -6,6 +6,7 @@
 
 #include "base/base64.h"
 #include "base/json.h"
+#include "base/url.h"
 #include "support/sim_app.h"
 
 namespace mirlo {
@@ -229,6 +230,47 @@ TEST(PasswordSignIn, AnswersAreJudgedByTheirBodyAlone) {
 }
 
 // A time-out is a transport failure like any other: its 15 seconds are asserted with the request above.
+
+// --- Tokens the program would send back in its headers.
+
+// A line break in a token would add headers of the service's choosing to every later request; a
+// token of megabytes would make every later request fail. Wherever tokens arrive, such a pair is
+// refused and never stored.
+TEST(Tokens, AnyThatCouldNotGoIntoAHeaderAreRefusedWhereverTheyArrive) {
+  const std::string good = accessTokenFor("a@b.fr");
+  const std::string unusable[] = {"r\r\nX-Injected: 1", "r\n", std::string("r\0x", 3), "r\x1b[2J", "r t",
+                                  std::string(8193, 'r')};
+  for (const auto& bad : unusable) {
+    SCOPED_TRACE(::testing::PrintToString(bad.substr(0, 20)));
+    SimWorld signIn;
+    signIn.desk.http.enqueue(kPasswordPath, SimAnswer::json(200, tokenAnswer(good, bad)));
+    PasswordOutcome outcome;
+    signIn.app->auth().signIn("a@b.fr", "pw", [&](auto message) { outcome = {true, message}; });
+    signIn.advance();
+    EXPECT_EQ(outcome.message, "Réponse invalide");
+    EXPECT_FALSE(signIn.app->auth().isSignedIn());
+    EXPECT_TRUE(signIn.desk.secrets.items.empty());
+
+    SimWorld refresh;
+    refresh.signIn("lea@example.fr", "refresh-1");
+    refresh.desk.http.enqueue(kRefreshPath, SimAnswer::json(200, tokenAnswer(bad, "refresh-2")));
+    std::optional<RefreshOutcome::Kind> kind;
+    refresh.app->auth().refresh([&](RefreshOutcome o) { kind = o.kind; });
+    refresh.advance();
+    EXPECT_EQ(kind, RefreshOutcome::Kind::failed) << "an unreadable answer, not a refusal";
+    EXPECT_EQ(refresh.app->auth().refreshToken(), "refresh-1");
+
+    SimWorld callback;
+    EXPECT_FALSE(callback.app->auth().handleCallback("mirlo://auth#access_token=" + good + "&refresh_token=" +
+                                                     url::encodeQueryValue(bad)));
+    EXPECT_TRUE(callback.desk.secrets.items.empty());
+
+    // Stored by an earlier version: read as signed out, so that signing in again replaces it.
+    SimWorld stored;
+    stored.desk.secrets.items[kService] = dumpJson(Json{{"access", good}, {"refresh", bad}});
+    EXPECT_FALSE(stored.app->auth().isSignedIn());
+  }
+}
 
 // --- Refresh.
 

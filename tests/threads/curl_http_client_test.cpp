@@ -74,6 +74,16 @@ TEST_F(CurlClientTest, SendsMethodHeadersInOrderAndBodyExactly) {
   EXPECT_EQ(seen.header("Content-Length"), std::to_string(request.body->size()));
 }
 
+TEST_F(CurlClientTest, AHeaderWithALineBreakIsNeverSent) {
+  for (const std::string& value : {std::string("t\r\nX-Injected: 1"), std::string("t\nX", 3), std::string("t\0x", 3)}) {
+    HttpRequest request = post("/x", "{}");
+    request.headers = {{"Authorization", "Bearer " + value}};
+    auto result = fetch(request);
+    ASSERT_TRUE(std::holds_alternative<TransportError>(result));
+  }
+  EXPECT_EQ(service.requestCount(), 0u);
+}
+
 TEST_F(CurlClientTest, LargeBodyGoesWithoutWaitingForContinue) {
   std::string big(3 * 1024 * 1024, 'a');
   HttpRequest request = post("/big", big);

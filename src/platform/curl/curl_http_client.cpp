@@ -6,6 +6,7 @@
 #include <atomic>
 #include <cmath>
 #include <condition_variable>
+#include <cstdio>
 #include <cstring>
 #include <map>
 #include <mutex>
@@ -73,8 +74,15 @@ struct Transfer {
       setupError = CURLE_FAILED_INIT;
       return;
     }
-    for (const auto& [name, value] : request.headers)
+    for (const auto& [name, value] : request.headers) {
+      // A line break would end the header and start another one: nothing the caller meant.
+      if ((name + value).find_first_of(std::string("\r\n\0", 3)) != std::string::npos) {
+        setupError = CURLE_BAD_FUNCTION_ARGUMENT;
+        std::snprintf(errorBuffer, sizeof errorBuffer, "a header holds a line break");
+        return;
+      }
       addHeader(value.empty() ? name + ";" : name + ": " + value);  // "Name;" sends an empty value
+    }
     // curl adds a few headers of its own; only the ones HTTP needs (Host, Content-Length) stay.
     if (!hasHeader(request, "Expect")) addHeader("Expect:");
     if (!hasHeader(request, "Accept")) addHeader("Accept:");
