@@ -167,36 +167,63 @@ TEST_F(CurlClientTest, TlsIsNeverSkipped) {
   EXPECT_TRUE(std::holds_alternative<TransportError>(fetch(nobody)));
 }
 
-TEST_F(CurlClientTest, OnlyHttpAndHttpsAreSpokenEvenThroughRedirects) {
+TEST_F(CurlClientTest, OnlyHttpAndHttpsAreSpoken) {
   HttpRequest file;
   file.url = "file:///etc/hostname";
   auto local = fetch(file);
   ASSERT_TRUE(std::holds_alternative<TransportError>(local));
   EXPECT_EQ(std::get<TransportError>(local).description.rfind(curl_easy_strerror(CURLE_UNSUPPORTED_PROTOCOL), 0), 0u);
+}
 
-  ScriptedAnswer toFile = ScriptedAnswer::json(302, "");
-  toFile.headers = {{"Location", "file:///etc/hostname"}};
-  service.enqueue("/hop", toFile);
-  EXPECT_TRUE(std::holds_alternative<TransportError>(fetch(post("/hop", "{}"))));
+// A hostile or hijacked service answers with a redirect: the password, the refresh token or the
+// text must not reach another host, and no other host's answer may be taken for the service's.
+TEST_F(CurlClientTest, RedirectsAreFollowedOnlyWithoutABodyAndWithinTheOrigin) {
+  ServiceDouble elsewhere;
+  elsewhere.start();
+  const std::string here = service.baseUrl();
+  auto redirect = [](int status, const std::string& to) {
+    ScriptedAnswer answer = ScriptedAnswer::json(status, "moved");
+    answer.headers = {{"Location", to}};
+    return answer;
+  };
+  auto get = [&](const std::string& path) {
+    HttpRequest request;
+    request.url = here + path;
+    return request;
+  };
+  struct Case {
+    ScriptedAnswer answer;
+    HttpRequest request;
+  };
+  const Case refused[] = {
+      {redirect(307, elsewhere.baseUrl() + "/steal"), post("/hop", R"({"password":"secret"})")},
+      {redirect(308, here + "/landing"), post("/hop", R"({"refresh_token":"r"})")},
+      {redirect(302, elsewhere.baseUrl() + "/steal"), get("/hop")},
+      {redirect(302, "http://localhost:" + std::to_string(service.port()) + "/landing"), get("/hop")},
+      {redirect(302, "http://user@127.0.0.1:" + std::to_string(service.port()) + "/landing"), get("/hop")},
+      {redirect(302, "file:///etc/hostname"), get("/hop")},
+  };
+  for (const auto& c : refused) {
+    service.enqueue("/hop", c.answer);
+    auto result = fetch(c.request);
+    ASSERT_TRUE(std::holds_alternative<HttpResponse>(result)) << c.answer.headers[0].second;
+    EXPECT_EQ(std::get<HttpResponse>(result).status, c.answer.status) << "the redirect itself is the answer";
+  }
+  EXPECT_EQ(elsewhere.requestCount(), 0u);
+  EXPECT_EQ(service.requestCount("/landing"), 0u);
 
-  ScriptedAnswer moved = ScriptedAnswer::json(302, "");
-  moved.headers = {{"Location", "/landing"}};
-  service.enqueue("/hop", moved);
+  // Within the origin, a request without a body follows, with the same headers.
+  service.enqueue("/hop", redirect(302, "/landing"));
   service.enqueue("/landing", ScriptedAnswer::json(200, "arrived"));
-  HttpRequest followed;
-  followed.url = service.baseUrl() + "/hop";
+  HttpRequest followed = get("/hop");
+  followed.headers = {{"apikey", "k"}};
   auto landed = fetch(followed);
   ASSERT_TRUE(std::holds_alternative<HttpResponse>(landed));
   EXPECT_EQ(std::get<HttpResponse>(landed).body, "arrived");
+  EXPECT_EQ(service.requests().back().header("apikey"), "k");
 
-  for (int i = 0; i < 10; ++i) {
-    ScriptedAnswer loop = ScriptedAnswer::json(302, "");
-    loop.headers = {{"Location", "/loop"}};
-    service.enqueue("/loop", loop);
-  }
-  HttpRequest looping;
-  looping.url = service.baseUrl() + "/loop";
-  EXPECT_TRUE(std::holds_alternative<TransportError>(fetch(looping)));
+  for (int i = 0; i < 10; ++i) service.enqueue("/loop", redirect(302, "/loop"));
+  EXPECT_TRUE(std::holds_alternative<TransportError>(fetch(get("/loop"))));
   EXPECT_LE(service.requestCount("/loop"), 6u);
 }
 

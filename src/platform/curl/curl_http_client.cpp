@@ -4,12 +4,15 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cctype>
+#include <chrono>
 #include <cmath>
 #include <condition_variable>
 #include <cstdio>
 #include <cstring>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <strings.h>
 #include <thread>
 #include <vector>
@@ -29,6 +32,41 @@ bool hasHeader(const HttpRequest& request, const char* name) {
                      [name](const auto& header) { return strcasecmp(header.first.c_str(), name) == 0; });
 }
 
+// Scheme, host and port of an address (the port even when it is the scheme's default), with the
+// user information if it has any; nothing when curl cannot parse it.
+struct Origin {
+  std::string scheme, host, port;
+  bool userInfo = false;
+  friend bool operator==(const Origin& a, const Origin& b) {
+    return a.scheme == b.scheme && a.host == b.host && a.port == b.port;
+  }
+};
+
+std::optional<Origin> originOf(const std::string& address) {
+  CURLU* url = curl_url();
+  if (!url) return std::nullopt;
+  std::optional<Origin> origin;
+  if (curl_url_set(url, CURLUPART_URL, address.c_str(), 0) == CURLUE_OK) {
+    auto part = [url](CURLUPart what, unsigned flags) -> std::optional<std::string> {
+      char* value = nullptr;
+      if (curl_url_get(url, what, &value, flags) != CURLUE_OK || !value) return std::nullopt;
+      std::string text = value;
+      curl_free(value);
+      return text;
+    };
+    auto scheme = part(CURLUPART_SCHEME, 0);
+    auto host = part(CURLUPART_HOST, 0);
+    auto port = part(CURLUPART_PORT, CURLU_DEFAULT_PORT);
+    if (scheme && host && port) {
+      origin = Origin{*scheme, *host, *port, part(CURLUPART_USER, 0) || part(CURLUPART_PASSWORD, 0)};
+      for (auto* text : {&origin->scheme, &origin->host})
+        for (char& c : *text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    }
+  }
+  curl_url_cleanup(url);
+  return origin;
+}
+
 struct Transfer {
   HttpRequest request;
   std::function<void(HttpResult)> done;
@@ -37,6 +75,9 @@ struct Transfer {
   CURLcode setupError = CURLE_OK;
   std::size_t limit = 0;
   bool tooLarge = false;
+  std::string address;  // where the request goes now: its own URL, or where it was redirected
+  long redirects = 0;
+  std::optional<std::chrono::steady_clock::time_point> deadline;
   std::string received;
   char errorBuffer[CURL_ERROR_SIZE] = {};
 
@@ -91,21 +132,24 @@ struct Transfer {
     auto set = [this](CURLoption option, auto value) {
       if (setupError == CURLE_OK) setupError = curl_easy_setopt(easy, option, value);
     };
-    set(CURLOPT_URL, request.url.c_str());
+    address = request.url;
+    set(CURLOPT_URL, address.c_str());
     set(CURLOPT_PRIVATE, static_cast<void*>(this));
     set(CURLOPT_ERRORBUFFER, errorBuffer);
     set(CURLOPT_NOSIGNAL, 1L);
     set(CURLOPT_PROTOCOLS_STR, "http,https");
-    set(CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
-    set(CURLOPT_FOLLOWLOCATION, 1L);
-    set(CURLOPT_MAXREDIRS, options.maxRedirects);
+    // Redirects are followed by the worker, which judges each one first (see redirectTarget).
+    set(CURLOPT_FOLLOWLOCATION, 0L);
     set(CURLOPT_SSL_VERIFYPEER, 1L);
     set(CURLOPT_SSL_VERIFYHOST, 2L);
     set(CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(limit));
     set(CURLOPT_WRITEFUNCTION, &Transfer::write);
     set(CURLOPT_WRITEDATA, static_cast<void*>(this));
-    if (request.timeoutSeconds > 0)
-      set(CURLOPT_TIMEOUT_MS, std::max(1L, std::lround(request.timeoutSeconds * 1000)));
+    if (request.timeoutSeconds > 0) {
+      const long ms = std::max(1L, std::lround(request.timeoutSeconds * 1000));
+      deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
+      set(CURLOPT_TIMEOUT_MS, ms);
+    }
 
     if (request.body) {
       set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(request.body->size()));
@@ -122,6 +166,39 @@ struct Transfer {
       set(CURLOPT_CUSTOMREQUEST, request.method.c_str());
     }
     set(CURLOPT_HTTPHEADER, headers);
+  }
+
+  // Where an answer redirects to, when the redirect may be followed: only a request without a
+  // body (GET, HEAD) and only to the origin it was sent to, so that neither a password, a token
+  // nor a text goes to a host that was never asked for, and no other host's answer is trusted.
+  // Anything else is handed back as the answer it is.
+  std::optional<std::string> redirectTarget() {
+    long status = 0;
+    curl_easy_getinfo(easy, CURLINFO_RESPONSE_CODE, &status);
+    if (status != 301 && status != 302 && status != 303 && status != 307 && status != 308) return std::nullopt;
+    if (request.body || (request.method != "GET" && request.method != "HEAD")) return std::nullopt;
+    char* location = nullptr;
+    if (curl_easy_getinfo(easy, CURLINFO_REDIRECT_URL, &location) != CURLE_OK || !location) return std::nullopt;
+    const std::string target = location;
+    auto from = originOf(request.url);
+    auto to = originOf(target);
+    if (!from || !to || to->userInfo || !(*from == *to)) return std::nullopt;
+    return target;
+  }
+
+  // Points the handle at the redirect's target; the time-out keeps counting from the first send.
+  CURLcode redirect(const std::string& target) {
+    address = target;
+    received.clear();
+    tooLarge = false;
+    ++redirects;
+    CURLcode code = curl_easy_setopt(easy, CURLOPT_URL, address.c_str());
+    if (code == CURLE_OK && deadline) {
+      const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(*deadline - std::chrono::steady_clock::now());
+      if (left.count() <= 0) return CURLE_OPERATION_TIMEDOUT;
+      code = curl_easy_setopt(easy, CURLOPT_TIMEOUT_MS, static_cast<long>(left.count()));
+    }
+    return code;
   }
 
   HttpResult result(CURLcode code) {
@@ -222,10 +299,19 @@ struct CurlHttpClient::Worker {
       while (CURLMsg* message = curl_multi_info_read(multi, &queued)) {
         if (message->msg != CURLMSG_DONE) continue;
         CURL* easy = message->easy_handle;
-        const CURLcode code = message->data.result;
+        CURLcode code = message->data.result;
         curl_multi_remove_handle(multi, easy);
         auto found = active.find(easy);
         if (found == active.end()) continue;
+        if (code == CURLE_OK) {
+          if (auto target = found->second->redirectTarget()) {
+            Transfer& transfer = *found->second;
+            CURLcode again = transfer.redirects >= options.maxRedirects ? CURLE_TOO_MANY_REDIRECTS
+                                                                        : transfer.redirect(*target);
+            if (again == CURLE_OK && curl_multi_add_handle(multi, easy) == CURLM_OK) continue;
+            code = again == CURLE_OK ? CURLE_FAILED_INIT : again;
+          }
+        }
         auto transfer = std::move(found->second);
         active.erase(found);
         auto result = transfer->result(code);
