@@ -33,7 +33,7 @@ namespace {
 constexpr double kWaitLimitSeconds = 60;
 
 constexpr const char* kUsageText =
-    "Utilisation : mirlo [COMMANDE]\n"
+    "Utilisation : mirlo [--verbose] [COMMANDE]\n"
     "\n"
     "Sans commande, lance le programme de bureau ; mirlo ADRESSE (mirlo://…) lui passe l'adresse.\n"
     "\n"
@@ -44,6 +44,7 @@ constexpr const char* kUsageText =
     "  status            compte, offre et quota quand il est connu\n"
     "  fix [TEXTE]       corriger TEXTE, ou l'entrée standard ; le texte corrigé seul sur la sortie\n"
     "  rephrase [TEXTE]  reformuler, de la même façon\n"
+    "  --verbose, -v     avant la commande : ajoute le détail technique des erreurs de réseau\n"
     "  --help            cette aide\n"
     "  --version         la version\n"
     "\n"
@@ -166,7 +167,7 @@ int status(App& app) {
   return kOk;
 }
 
-int correct(App& app, HostMainQueue& queue, const std::string& mode, const std::string& text) {
+int correct(App& app, HostMainQueue& queue, const std::string& mode, const std::string& text, bool verbose) {
   if (!app.auth().isSignedIn()) {
     std::fprintf(stderr, "%s\n", kNotSignedInText);
     return kNotSignedIn;
@@ -192,7 +193,8 @@ int correct(App& app, HostMainQueue& queue, const std::string& mode, const std::
     return sessionSavedOr(app, written ? kOk : kFailed);
   }
   if (auto* failure = std::get_if<TransportError>(&*result)) {
-    std::fprintf(stderr, "%s\n", failure->description.c_str());
+    std::fprintf(stderr, "%s\n", transportMessage(*failure).c_str());
+    if (verbose) std::fprintf(stderr, "Détail : %s\n", failure->description.c_str());
     return sessionSavedOr(app, kFailed);
   }
   const auto& error = std::get<MirloError>(*result);
@@ -228,6 +230,11 @@ bool looksLikeURL(const std::string& argument) {
 
 int run(int argc, char** argv, const AppConfig& config) {
   std::vector<std::string> args(argv + 1, argv + argc);
+  bool verbose = false;
+  while (!args.empty() && (args[0] == "--verbose" || args[0] == "-v")) {
+    verbose = true;
+    args.erase(args.begin());
+  }
   // `mirlo mirlo://auth#…`: the desktop program, opened by those addresses (handed to the one
   // already running in this session, if there is one).
   const bool opening = !args.empty() && looksLikeURL(args[0]);
@@ -289,7 +296,7 @@ int run(int argc, char** argv, const AppConfig& config) {
     return kOk;
   }
   if (command == "status") return status(app);
-  return correct(app, terminal.queue, command, text);
+  return correct(app, terminal.queue, command, text, verbose);
 }
 
 }  // namespace mirlo::cli

@@ -39,6 +39,18 @@ MirloError errorWith(const Json& answer, bool upsell, std::optional<std::string>
 
 }  // namespace
 
+std::string transportMessage(const TransportError& failure) {
+  switch (failure.kind) {
+    case TransportFailure::noConnection: return "Pas de connexion Internet : vérifie ton réseau";
+    case TransportFailure::timedOut: return "Le serveur a mis trop de temps à répondre";
+    case TransportFailure::hostNotFound: return "Serveur introuvable : vérifie ton réseau";
+    case TransportFailure::tls: return "Connexion sécurisée au serveur impossible";
+    case TransportFailure::refused: return "Le serveur ne répond pas, réessaie plus tard";
+    case TransportFailure::other: break;
+  }
+  return "La connexion au serveur a échoué";
+}
+
 void Engine::request(const std::string& text, const std::string& mode, bool allowRetry,
                      std::function<void(CorrectionResult)> done) {
   const std::string& endpoint = app_.prefs().endpoint();

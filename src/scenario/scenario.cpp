@@ -824,9 +824,18 @@ void Runner::answer(ScriptLine& line) {
   if (line.accept("after")) delay = line.duration("the delay");
   auto& http = simulatedHttp("'answer'");
   if (line.accept("failure")) {
-    const std::string description = line.quoted("the failure's description");
+    static const std::map<std::string, TransportFailure> kinds = {
+        {"offline", TransportFailure::noConnection}, {"timeout", TransportFailure::timedOut},
+        {"host", TransportFailure::hostNotFound},    {"tls", TransportFailure::tls},
+        {"refused", TransportFailure::refused},      {"other", TransportFailure::other}};
+    const std::string kindName = line.word("the kind of failure (offline, timeout, host, tls, refused, other)");
+    auto found = kinds.find(kindName);
+    if (found == kinds.end())
+      throw ScriptFault("unknown failure '" + kindName + "': offline, timeout, host, tls, refused or other");
+    std::string description;
+    if (!line.atEnd()) description = line.quoted("the platform's technical description");
     line.end();
-    http.enqueue(fragment, sim::SimAnswer::failure(description, delay));
+    http.enqueue(fragment, sim::SimAnswer::failure(found->second, description, delay));
     return;
   }
   const auto status = line.integer("the HTTP status (or 'failure')");

@@ -214,7 +214,7 @@ TEST(PasswordSignIn, AnswersAreJudgedByTheirBodyAlone) {
       {SimAnswer::json(502, "<html>Bad gateway</html>"), "Réponse invalide"},
       {SimAnswer::json(200, "[1,2]"), "Réponse invalide"},
       {SimAnswer::json(200, "\"text\""), "Réponse invalide"},
-      {SimAnswer::failure("The Internet connection appears to be offline."), "Connexion impossible, vérifie ton réseau"},
+      {SimAnswer::failure(TransportFailure::noConnection, "The Internet connection appears to be offline."), "Connexion impossible, vérifie ton réseau"},
   };
   for (const auto& c : cases) {
     SimWorld w;

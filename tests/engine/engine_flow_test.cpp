@@ -93,7 +93,7 @@ TEST_F(CorrectionFlow, OnlyARefusedRefreshSignsOut) {
       {SimAnswer::json(500, R"({"code":500,"msg":"Internal server error"})"), false, "Réponse invalide du serveur"},
       {SimAnswer::json(502, "<html>Bad gateway</html>"), false, "Réponse invalide du serveur"},
       {SimAnswer::json(200, R"({"access_token":"only-one"})"), false, "Réponse invalide du serveur"},
-      {SimAnswer::failure(sim::SimHttp::kCannotConnect), false, sim::SimHttp::kCannotConnect},
+      {SimAnswer::failure(TransportFailure::refused, sim::SimHttp::kCannotConnect), false, "Le serveur ne répond pas, réessaie plus tard"},
   };
   for (const auto& c : cases) {
     SimWorld w;

@@ -157,6 +157,19 @@ TEST_F(CommandLine, OnlyARefusedRefreshSignsOut) {
   EXPECT_EQ(storedSession(), "");
 }
 
+TEST_F(CommandLine, NetworkFailuresAreToldInFrenchWithTheDetailOnRequest) {
+  ASSERT_EQ(mirlo({"signup", "zoe@exemple.fr"}, "longenough\n").status, 0);
+  service_.stop();
+  Outcome r = mirlo({"fix", "texte"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.err, "Le serveur ne répond pas, réessaie plus tard\n");
+  r = mirlo({"--verbose", "fix", "texte"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.err.rfind("Le serveur ne répond pas, réessaie plus tard\nDétail : Couldn't connect to server", 0), 0u)
+      << r.err;
+  EXPECT_NE(storedSession(), "") << "a network failure keeps the session";
+}
+
 TEST_F(CommandLine, UsageAndTheDesktopProgram) {
   Outcome r = mirlo({"--help"});
   EXPECT_EQ(r.status, 0);

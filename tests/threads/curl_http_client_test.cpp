@@ -1,5 +1,6 @@
 #include <curl/curl.h>
 #include <gtest/gtest.h>
+#include <arpa/inet.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -37,7 +38,7 @@ class CurlClientTest : public ::testing::Test {
     via.send(std::move(request), [&](HttpResult r) { result.deliver(std::move(r)); });
     EXPECT_TRUE(result.wait()) << "no completion";
     EXPECT_NE(result.thread(), std::this_thread::get_id());
-    return result.has() ? result.value() : HttpResult{TransportError{"none"}};
+    return result.has() ? result.value() : HttpResult{TransportError{TransportFailure::other, "none"}};
   }
   HttpResult fetch(HttpRequest request) { return fetch(std::move(request), client); }
 
@@ -124,7 +125,7 @@ TEST_F(CurlClientTest, ErrorStatusesAreAnswersWithTheirBodies) {
   EXPECT_EQ(std::get<HttpResponse>(second).body, "");
 }
 
-TEST_F(CurlClientTest, SlowAnswerEndsInCurlsTimeOutWords) {
+TEST_F(CurlClientTest, SlowAnswerEndsInATimeOutWithCurlsWords) {
   service.enqueue("/slow", ScriptedAnswer::json(200, "{}", 30));
   HttpRequest request = post("/slow", "{}");
   request.timeoutSeconds = 0.3;
@@ -132,18 +133,28 @@ TEST_F(CurlClientTest, SlowAnswerEndsInCurlsTimeOutWords) {
   auto result = fetch(request);
   ASSERT_TRUE(std::holds_alternative<TransportError>(result));
   const auto& description = std::get<TransportError>(result).description;
+  EXPECT_EQ(std::get<TransportError>(result).kind, TransportFailure::timedOut);
   EXPECT_EQ(description.rfind(curl_easy_strerror(CURLE_OPERATION_TIMEDOUT), 0), 0u) << description;
   EXPECT_NE(description.find("milliseconds"), std::string::npos) << "the detail is missing: " << description;
   EXPECT_LT(std::chrono::steady_clock::now() - started, 5s);
 }
 
-TEST_F(CurlClientTest, UnreachableServerAndDroppedConnectionAreTransportErrors) {
+TEST_F(CurlClientTest, UnreachableServersAndDroppedConnectionsAreTransportErrorsOfTheirKind) {
   HttpRequest request = post("/x", "{}");
   request.url = "http://127.0.0.1:" + std::to_string(closedPort()) + "/functions/v1/correct";
   auto refused = fetch(request);
   ASSERT_TRUE(std::holds_alternative<TransportError>(refused));
+  EXPECT_EQ(std::get<TransportError>(refused).kind, TransportFailure::refused);
   EXPECT_EQ(std::get<TransportError>(refused).description.rfind(curl_easy_strerror(CURLE_COULDNT_CONNECT), 0), 0u)
       << std::get<TransportError>(refused).description;
+
+  // ".invalid" never resolves: an unknown host, or no network at all on a machine without one.
+  HttpRequest unknown = post("/x", "{}");
+  unknown.url = "http://mirlo.invalid/x";
+  auto notFound = fetch(unknown);
+  ASSERT_TRUE(std::holds_alternative<TransportError>(notFound));
+  const auto kind = std::get<TransportError>(notFound).kind;
+  EXPECT_TRUE(kind == TransportFailure::hostNotFound || kind == TransportFailure::noConnection);
 
   ScriptedAnswer drop;
   drop.dropConnection = true;
@@ -161,6 +172,32 @@ TEST_F(CurlClientTest, TlsIsNeverSkipped) {
   auto handshake = fetch(plain);
   ASSERT_TRUE(std::holds_alternative<TransportError>(handshake));
   EXPECT_EQ(service.requestCount("/x"), 0u) << "the request went out in clear";
+
+  // A server that answers in clear at once: the handshake fails, and says it was the TLS.
+  int listener = ::socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  ASSERT_EQ(::bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+  ASSERT_EQ(::listen(listener, 1), 0);
+  socklen_t length = sizeof address;
+  ::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length);
+  std::thread clear([listener] {
+    int connection = ::accept(listener, nullptr, nullptr);
+    if (connection < 0) return;
+    const char answer[] = "HTTP/1.1 400 Bad Request\r\nContent-Length: 0\r\n\r\n";
+    [[maybe_unused]] auto sent = ::write(connection, answer, sizeof answer - 1);
+    ::close(connection);
+  });
+  HttpRequest clearText = plain;
+  clearText.url = "https://127.0.0.1:" + std::to_string(ntohs(address.sin_port)) + "/x";
+  clearText.timeoutSeconds = 5;
+  auto refusedHandshake = fetch(clearText);
+  clear.join();
+  ::close(listener);
+  ASSERT_TRUE(std::holds_alternative<TransportError>(refusedHandshake));
+  EXPECT_EQ(std::get<TransportError>(refusedHandshake).kind, TransportFailure::tls)
+      << std::get<TransportError>(refusedHandshake).description;
 
   HttpRequest nobody = plain;
   nobody.url = "https://127.0.0.1:" + std::to_string(closedPort()) + "/x";

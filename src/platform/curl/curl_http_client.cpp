@@ -1,10 +1,14 @@
 #include "platform/curl/curl_http_client.h"
 
 #include <curl/curl.h>
+#include <ifaddrs.h>
+#include <net/if.h>
+#include <sys/socket.h>
 
 #include <algorithm>
 #include <atomic>
 #include <cctype>
+#include <cerrno>
 #include <chrono>
 #include <cmath>
 #include <condition_variable>
@@ -30,6 +34,52 @@ void initialiseCurlOnce() {
 bool hasHeader(const HttpRequest& request, const char* name) {
   return std::any_of(request.headers.begin(), request.headers.end(),
                      [name](const auto& header) { return strcasecmp(header.first.c_str(), name) == 0; });
+}
+
+// Whether any interface other than loopback is up with an address: without one, a name that
+// does not resolve means no network rather than an unknown host.
+bool hasNetwork() {
+  ifaddrs* list = nullptr;
+  if (::getifaddrs(&list) != 0) return true;  // cannot tell: do not claim there is none
+  bool found = false;
+  for (ifaddrs* entry = list; entry && !found; entry = entry->ifa_next) {
+    if (!entry->ifa_addr || !(entry->ifa_flags & IFF_UP) || (entry->ifa_flags & IFF_LOOPBACK)) continue;
+    const int family = entry->ifa_addr->sa_family;
+    found = family == AF_INET || family == AF_INET6;
+  }
+  ::freeifaddrs(list);
+  return found;
+}
+
+// The kind of failure behind a curl code; `osError` is the system's error of the last connect.
+TransportFailure kindOf(CURLcode code, long osError) {
+  switch (code) {
+    case CURLE_OPERATION_TIMEDOUT:
+      return TransportFailure::timedOut;
+    case CURLE_COULDNT_RESOLVE_HOST:
+    case CURLE_COULDNT_RESOLVE_PROXY:
+      return hasNetwork() ? TransportFailure::hostNotFound : TransportFailure::noConnection;
+    case CURLE_COULDNT_CONNECT:
+      if (osError == ENETUNREACH || osError == ENETDOWN || osError == EHOSTUNREACH) return TransportFailure::noConnection;
+      if (osError == ETIMEDOUT) return TransportFailure::timedOut;
+      return TransportFailure::refused;
+    case CURLE_SSL_CONNECT_ERROR:
+    case CURLE_PEER_FAILED_VERIFICATION:
+    case CURLE_SSL_CERTPROBLEM:
+    case CURLE_SSL_CIPHER:
+    case CURLE_SSL_CACERT_BADFILE:
+    case CURLE_SSL_ISSUER_ERROR:
+    case CURLE_SSL_PINNEDPUBKEYNOTMATCH:
+    case CURLE_SSL_INVALIDCERTSTATUS:
+    case CURLE_SSL_CRL_BADFILE:
+    case CURLE_SSL_ENGINE_NOTFOUND:
+    case CURLE_SSL_ENGINE_SETFAILED:
+    case CURLE_SSL_ENGINE_INITFAILED:
+    case CURLE_USE_SSL_FAILED:
+      return TransportFailure::tls;
+    default:
+      return TransportFailure::other;
+  }
 }
 
 // Scheme, host and port of an address (the port even when it is the scheme's default), with the
@@ -215,7 +265,9 @@ struct Transfer {
     std::string detail = errorBuffer;
     while (!detail.empty() && (detail.back() == '\n' || detail.back() == '\r')) detail.pop_back();
     if (!detail.empty() && detail != description) description += ": " + detail;
-    return TransportError{std::move(description)};
+    long osError = 0;
+    if (easy) curl_easy_getinfo(easy, CURLINFO_OS_ERRNO, &osError);
+    return TransportError{kindOf(code, osError), std::move(description)};
   }
 };
 
