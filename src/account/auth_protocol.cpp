@@ -101,7 +101,7 @@ void Auth::decodeEmail() {
   if (!claims || !claims->is_object()) return;
   std::string decoded;
   if (auto it = claims->find("email"); it != claims->end() && it->is_string())
-    decoded = text::unicodeLower(it->get<std::string>());
+    decoded = text::unicodeLower(text::withoutControlCharacters(it->get<std::string>(), false));
   std::lock_guard lock(mutex_);
   email_ = decoded;
 }
@@ -148,7 +148,13 @@ void Auth::passwordRequest(const std::string& path, const std::map<std::string, 
       if (code == "invalid_credentials") return done("Email ou mot de passe incorrect");
       if (code == "user_already_exists") return done("Ce compte existe déjà : utilise Se connecter");
       if (code == "weak_password") return done("Mot de passe trop court (8 caractères minimum)");
-      if (auto it = object->find("msg"); it != object->end() && it->is_string()) return done(it->get<std::string>());
+      // The auth server's own text for this one is English, and a person who sees it has only
+      // to wait: say so in French.
+      if (code == "over_request_rate_limit") return done("Trop de tentatives : réessaie dans quelques minutes");
+      if (auto it = object->find("msg"); it != object->end() && it->is_string()) {
+        auto message = text::withoutControlCharacters(it->get<std::string>(), true);
+        if (!message.empty()) return done(message);
+      }
       done("Erreur inconnue");
     });
   });

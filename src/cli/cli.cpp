@@ -14,6 +14,7 @@
 
 #include "account/auth.h"
 #include "account/prefs.h"
+#include "base/text.h"
 #ifdef MIRLO_HAVE_DESKTOP
 #include "desktop/desktop.h"
 #endif
@@ -194,7 +195,8 @@ int correct(App& app, HostMainQueue& queue, const std::string& mode, const std::
   }
   if (auto* failure = std::get_if<TransportError>(&*result)) {
     std::fprintf(stderr, "%s\n", transportMessage(*failure).c_str());
-    if (verbose) std::fprintf(stderr, "Détail : %s\n", failure->description.c_str());
+    if (verbose)
+      std::fprintf(stderr, "Détail : %s\n", text::withoutControlCharacters(failure->description, false).c_str());
     return sessionSavedOr(app, kFailed);
   }
   const auto& error = std::get<MirloError>(*result);

@@ -6,6 +6,7 @@
 #include "app/app.h"
 #include "app/app_delegate.h"
 #include "base/json.h"
+#include "base/text.h"
 #include "base/url.h"
 #include "engine/engine.h"
 
@@ -33,8 +34,18 @@ std::optional<std::int64_t> integerMember(const Json& object, const char* key) {
   return std::nullopt;
 }
 
+// A text of the answer as it may be shown or written into a document: a terminal or an editor
+// would take control characters for commands (colours, a cleared screen, a window title).
+std::optional<std::string> shownMember(const Json& object, const char* key) {
+  auto text = stringMember(object, key);
+  if (text) *text = text::withoutControlCharacters(*text, true);
+  return text;
+}
+
 MirloError errorWith(const Json& answer, bool upsell, std::optional<std::string> code) {
-  return MirloError{stringMember(answer, "error").value_or("Erreur inconnue"), upsell, std::move(code)};
+  auto message = shownMember(answer, "error");
+  if (!message || message->empty()) message = "Erreur inconnue";
+  return MirloError{*message, upsell, std::move(code)};
 }
 
 }  // namespace
@@ -102,7 +113,7 @@ void Engine::request(const std::string& text, const std::string& mode, bool allo
       if (auto* delegate = app.launchedDelegate()) delegate->rebuildMenu();
     });
 
-    if (auto fixedText = stringMember(answer, "result"); fixedText && !fixedText->empty()) {
+    if (auto fixedText = shownMember(answer, "result"); fixedText && !fixedText->empty()) {
       done(*fixedText);
       return;
     }

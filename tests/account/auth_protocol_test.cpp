@@ -150,6 +150,9 @@ TEST(DecodeEmail, ClaimsAreReadWithBothAlphabetsAndLowerCased) {
   w.signIn("x@y.fr");
   auth.setTokens(tokenWithPayload(base64url(R"({"email":42})")), "r");
   EXPECT_EQ(auth.email(), "");
+  // Control characters would reach a terminal through `mirlo status`.
+  auth.setTokens(tokenWithPayload(base64url("{\"email\":\"L\u00e9a\\u001b[31m@x.fr\\n\"}")), "r");
+  EXPECT_EQ(auth.email(), "léa[31m@x.fr");
   // Only the second part is read, even with more than three.
   auth.setTokens("a." + base64url(R"({"email":"Two@Parts.fr"})"), "r");
   EXPECT_EQ(auth.email(), "two@parts.fr");
@@ -206,9 +209,11 @@ TEST(PasswordSignIn, AnswersAreJudgedByTheirBodyAlone) {
        "Ce compte existe déjà : utilise Se connecter"},
       {SimAnswer::json(422, R"({"error_code":"weak_password","msg":"Password should be at least 8"})"),
        "Mot de passe trop court (8 caractères minimum)"},
-      {SimAnswer::json(429, R"({"error_code":"over_request_rate_limit","msg":"Too many requests"})"), "Too many requests"},
+      {SimAnswer::json(429, R"({"error_code":"over_request_rate_limit","msg":"Too many requests"})"), "Trop de tentatives : réessaie dans quelques minutes"},
+      {SimAnswer::json(429, R"({"error_code":"over_email_send_rate_limit","msg":"Too many requests"})"), "Too many requests"},
       {SimAnswer::json(400, R"({"error_code":7,"msg":"Bad"})"), "Bad"},
       {SimAnswer::json(400, R"({"error_code":"x","msg":["not","text"]})"), "Erreur inconnue"},
+      {SimAnswer::json(400, R"({"error_code":"x","msg":"Trop\u001b[5m vite"})"), "Trop[5m vite"},
       {SimAnswer::json(200, R"({"access_token":"a","refresh_token":5})"), "Erreur inconnue"},
       {SimAnswer::json(200, ""), "Réponse invalide"},
       {SimAnswer::json(502, "<html>Bad gateway</html>"), "Réponse invalide"},

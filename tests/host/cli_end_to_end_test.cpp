@@ -90,9 +90,12 @@ TEST_F(CommandLine, AWholeAccountAndCorrectionRoundTrip) {
   ASSERT_EQ(r.status, 0) << r.err;
   EXPECT_EQ(r.out, "il faut corriger sa.");
   EXPECT_EQ(r.err, "");
+  // A service that sends escape sequences does not reach the terminal with them.
+  service_.setCorrector([](const std::string& text, const std::string&) { return "\x1b[2J\x1b]0;titre\x07" + text + ".\n"; });
   r = mirlo({"rephrase"}, "depuis l'entrée standard");
   EXPECT_EQ(r.status, 0) << r.err;
-  EXPECT_EQ(r.out, "depuis l'entrée standard.");
+  EXPECT_EQ(r.out, "[2J]0;titredepuis l'entrée standard.\n");
+  service_.setCorrector([](const std::string& text, const std::string&) { return text + "."; });
 
   r = mirlo({"status"});
   EXPECT_EQ(r.status, 0);
