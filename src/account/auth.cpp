@@ -6,6 +6,14 @@
 
 namespace mirlo {
 
+bool usableToken(std::string_view token) {
+  constexpr std::size_t kLongestToken = 8192;  // what proxies commonly accept for one header line
+  if (token.size() > kLongestToken) return false;
+  for (unsigned char c : token)
+    if (c <= 0x20 || c >= 0x7F) return false;
+  return true;
+}
+
 Auth::Auth(App& app) : app_(app) { load(); }
 
 std::string Auth::accessToken() const {
@@ -67,7 +75,10 @@ void Auth::signOut() {
     plan_.clear();
     quotaUsed_ = -1;
   }
-  app_.keychain().save(service_, "");
+  {
+    std::lock_guard saving(persistMutex_);
+    saved_ = app_.keychain().save(service_, "");
+  }
   app_.notifications().post(changed);
 }
 
@@ -80,32 +91,38 @@ void Auth::load() {
   if (!parsed || !parsed->is_object()) return;
   for (const auto& [key, value] : parsed->items())
     if (!value.is_string()) return;
-  {
-    std::lock_guard lock(mutex_);
-    accessToken_ = parsed->value("access", std::string());
-    refreshToken_ = parsed->value("refresh", std::string());
-  }
-  decodeEmail();
-}
-
-void Auth::persist() {
-  Json object = Json::object();
-  {
-    std::lock_guard lock(mutex_);
-    object["access"] = accessToken_;
-    object["refresh"] = refreshToken_;
-  }
-  app_.keychain().save(service_, dumpJson(object));
-}
-
-void Auth::storeTokensAndPersist(const std::string& access, const std::string& refresh) {
+  const std::string access = parsed->value("access", std::string());
+  const std::string refresh = parsed->value("refresh", std::string());
+  // Kept by an earlier version that stored whatever came: unusable tokens read as signed out.
+  if (!usableToken(access) || !usableToken(refresh)) return;
   {
     std::lock_guard lock(mutex_);
     accessToken_ = access;
     refreshToken_ = refresh;
   }
   decodeEmail();
-  persist();
+}
+
+bool Auth::persist() {
+  std::lock_guard saving(persistMutex_);
+  Json object = Json::object();
+  {
+    std::lock_guard lock(mutex_);
+    object["access"] = accessToken_;
+    object["refresh"] = refreshToken_;
+  }
+  saved_ = app_.keychain().save(service_, dumpJson(object));
+  return saved_;
+}
+
+bool Auth::storeTokensAndPersist(const std::string& access, const std::string& refresh) {
+  {
+    std::lock_guard lock(mutex_);
+    accessToken_ = access;
+    refreshToken_ = refresh;
+  }
+  decodeEmail();
+  return persist();
 }
 
 }  // namespace mirlo

@@ -6,16 +6,38 @@
 // every field is guarded by one mutex and read as a whole value.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <map>
 #include <mutex>
 #include <optional>
 #include <string>
+#include <string_view>
+
+#include "platform/http.h"
 
 namespace mirlo {
 
 class App;
+
+// Whether a token from the service can be kept and sent back in a header: printable ASCII only
+// (a line break would add headers of the service's choosing to every later request) and no longer
+// than any real token (one of megabytes would break every later request). Tokens that are not are
+// an invalid answer, never stored.
+bool usableToken(std::string_view token);
+
+// How a refresh of the session ended.
+struct RefreshOutcome {
+  enum class Kind {
+    refreshed,  // a new token pair is in use
+    refused,    // the server refused the refresh token (or there was none): signed out
+    failed,     // nothing was learnt about the session: it is kept
+  };
+  Kind kind = Kind::failed;
+  // Why it failed: the transport's failure, or nothing when the answer could not be used.
+  std::optional<TransportError> transport;
+};
 
 class Auth {
  public:
@@ -42,6 +64,12 @@ class Auth {
   // announces the change. The last reported allowance is kept on purpose.
   void signOut();
 
+  // False once the keychain refused to store the session (or to delete it), until a later save
+  // succeeds: the session in use here then differs from the stored one, which the next start
+  // will find. The tokens in memory are kept all the same: after a sign-in or a refresh they are
+  // the only ones the service still honours.
+  bool sessionSaved() const { return saved_; }
+
   // --- The sign-in protocol.
 
   // The address to open in the browser for Google sign-in.
@@ -54,8 +82,14 @@ class Auth {
   void signUp(const std::string& email, const std::string& password,
               std::function<void(std::optional<std::string>)> done);
   // Obtains a new token pair. `done` runs on the network thread (or at once, on the caller's
-  // thread, when there is no refresh token); a failure signs out through the main queue.
-  void refresh(std::function<void(bool)> done);
+  // thread, when there is no refresh token). Only a refusal of the refresh token by the
+  // authentication server (a 4xx answer without tokens) signs out, through the main queue.
+  //
+  // The original design signed out after any failed refresh. A connection reset, a time-out, a
+  // server error or a garbled answer says nothing about the session, and someone on a train
+  // would have had to sign in again after every tunnel: those keep the session, and the
+  // correction that needed the refresh shows its own error.
+  void refresh(std::function<void(RefreshOutcome)> done);
 
   // Test and tooling access: stores a token pair as a successful sign-in would, without a
   // notification.
@@ -63,15 +97,19 @@ class Auth {
 
  private:
   void load();
-  void persist();
+  bool persist();
   void decodeEmail();
-  void storeTokensAndPersist(const std::string& access, const std::string& refresh);
+  bool storeTokensAndPersist(const std::string& access, const std::string& refresh);
   void passwordRequest(const std::string& path, const std::map<std::string, std::string>& body,
                        std::function<void(std::optional<std::string>)> done);
 
   App& app_;
   const std::string service_ = "io.mirlo.app.session";
   mutable std::mutex mutex_;
+  // Held while a save reads the tokens and writes them, so that of two overlapping saves the
+  // last one writes the newest tokens.
+  std::mutex persistMutex_;
+  std::atomic<bool> saved_{true};
   std::string accessToken_;
   std::string refreshToken_;
   std::string email_;

@@ -27,14 +27,20 @@ HttpRequest authRequest(const App& app, const std::string& url, const Json& body
   return request;
 }
 
-// Both tokens as strings, or nothing.
-std::optional<std::pair<std::string, std::string>> tokenPair(const Json& object) {
+// Both tokens as strings, or nothing. A pair that is there but not usable (see usableToken) sets
+// `unusable` and is nothing too.
+std::optional<std::pair<std::string, std::string>> tokenPair(const Json& object, bool* unusable = nullptr) {
   if (!object.is_object()) return std::nullopt;
   auto access = object.find("access_token");
   auto refresh = object.find("refresh_token");
   if (access == object.end() || refresh == object.end() || !access->is_string() || !refresh->is_string())
     return std::nullopt;
-  return std::make_pair(access->get<std::string>(), refresh->get<std::string>());
+  auto pair = std::make_pair(access->get<std::string>(), refresh->get<std::string>());
+  if (!usableToken(pair.first) || !usableToken(pair.second)) {
+    if (unusable) *unusable = true;
+    return std::nullopt;
+  }
+  return pair;
 }
 
 // The addresses of sign-in and sign-up are built from the build's constants: one that does not
@@ -71,7 +77,7 @@ bool Auth::handleCallback(const std::string& address) {
     if (amp == std::string_view::npos) break;
     fragment.remove_prefix(amp + 1);
   }
-  if (!access || !refresh) return false;
+  if (!access || !refresh || !usableToken(*access) || !usableToken(*refresh)) return false;
   storeTokensAndPersist(*access, *refresh);
   app_.notifications().post(changed);
   return true;
@@ -95,7 +101,7 @@ void Auth::decodeEmail() {
   if (!claims || !claims->is_object()) return;
   std::string decoded;
   if (auto it = claims->find("email"); it != claims->end() && it->is_string())
-    decoded = text::unicodeLower(it->get<std::string>());
+    decoded = text::unicodeLower(text::withoutControlCharacters(it->get<std::string>(), false));
   std::lock_guard lock(mutex_);
   email_ = decoded;
 }
@@ -126,10 +132,15 @@ void Auth::passwordRequest(const std::string& path, const std::map<std::string, 
         done("Réponse invalide");
         return;
       }
-      if (auto tokens = tokenPair(*object)) {
+      bool unusable = false;
+      if (auto tokens = tokenPair(*object, &unusable)) {
         storeTokensAndPersist(tokens->first, tokens->second);
         app_.notifications().post(changed);
         done(std::nullopt);
+        return;
+      }
+      if (unusable) {
+        done("Réponse invalide");
         return;
       }
       std::string code;
@@ -137,37 +148,59 @@ void Auth::passwordRequest(const std::string& path, const std::map<std::string, 
       if (code == "invalid_credentials") return done("Email ou mot de passe incorrect");
       if (code == "user_already_exists") return done("Ce compte existe déjà : utilise Se connecter");
       if (code == "weak_password") return done("Mot de passe trop court (8 caractères minimum)");
-      if (auto it = object->find("msg"); it != object->end() && it->is_string()) return done(it->get<std::string>());
+      // The auth server's own text for this one is English, and a person who sees it has only
+      // to wait: say so in French.
+      if (code == "over_request_rate_limit") return done("Trop de tentatives : réessaie dans quelques minutes");
+      if (auto it = object->find("msg"); it != object->end() && it->is_string()) {
+        auto message = text::withoutControlCharacters(it->get<std::string>(), true);
+        if (!message.empty()) return done(message);
+      }
       done("Erreur inconnue");
     });
   });
 }
 
-void Auth::refresh(std::function<void(bool)> done) {
+void Auth::refresh(std::function<void(RefreshOutcome)> done) {
+  using Kind = RefreshOutcome::Kind;
   const std::string current = refreshToken();
   if (current.empty()) {
-    done(false);
+    done({Kind::refused, std::nullopt});
     return;
   }
   const std::string address = app_.config().supabaseUrl + "/auth/v1/token?grant_type=refresh_token";
   if (!url::parse(address)) {
-    done(false);
+    done({Kind::failed, std::nullopt});
     return;
   }
   auto request = authRequest(app_, address, Json{{"refresh_token", current}});
   MainQueue& main = app_.platform().mainQueue;
   app_.platform().http.send(std::move(request), [this, &main, done = std::move(done)](HttpResult result) {
-    if (auto* response = std::get_if<HttpResponse>(&result)) {
-      if (auto object = parseJson(response->body)) {
-        if (auto tokens = tokenPair(*object)) {
-          storeTokensAndPersist(tokens->first, tokens->second);
-          done(true);
-          return;
-        }
+    if (auto* failure = std::get_if<TransportError>(&result)) {
+      done({Kind::failed, *failure});
+      return;
+    }
+    const auto& response = std::get<HttpResponse>(result);
+    bool unusable = false;
+    if (auto object = parseJson(response.body)) {
+      if (auto tokens = tokenPair(*object, &unusable)) {
+        storeTokensAndPersist(tokens->first, tokens->second);
+        done({Kind::refreshed, std::nullopt});
+        return;
       }
     }
-    main.post([this] { signOut(); });
-    done(false);
+    // Tokens that cannot be used are an answer that cannot be read, not a refusal.
+    if (unusable) {
+      done({Kind::failed, std::nullopt});
+      return;
+    }
+    // The body decides a success; only a client error without tokens is the server's refusal of
+    // this refresh token. Anything else (a server error, a proxy's page) is kept for later.
+    if (response.status >= 400 && response.status < 500) {
+      main.post([this] { signOut(); });
+      done({Kind::refused, std::nullopt});
+      return;
+    }
+    done({Kind::failed, std::nullopt});
   });
 }
 

@@ -4,10 +4,12 @@
 
 namespace mirlo {
 
-void Keychain::save(const std::string& service, const std::string& value) {
-  store_.deleteItems(service);
-  if (value.empty()) return;
-  store_.addItem(service, value);
+bool Keychain::save(const std::string& service, const std::string& value) {
+  if (value.empty()) {
+    const auto status = store_.deleteItems(service);
+    return status == 0 || status == SecretStore::kItemNotFound;
+  }
+  return store_.replaceItem(service, value) == 0;
 }
 
 std::string Keychain::load(const std::string& service) {

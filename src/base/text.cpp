@@ -149,6 +149,21 @@ bool isValidUtf8(std::string_view s) {
   return true;
 }
 
+std::string withoutControlCharacters(std::string_view s, bool keepLineBreaks) {
+  std::string out;
+  out.reserve(s.size());
+  for (std::size_t i = 0; i < s.size();) {
+    const auto d = decodeAt(s, i);
+    const std::int32_t cp = d.codepoint;
+    bool keep = cp >= 0x20 && cp != 0x7F && !(cp >= 0x80 && cp <= 0x9F);
+    if (keepLineBreaks && (cp == '\t' || cp == '\n' || (cp == '\r' && i + 1 < s.size() && s[i + 1] == '\n')))
+      keep = true;
+    if (keep) out.append(s.substr(i, d.bytes));
+    i += d.bytes;
+  }
+  return out;
+}
+
 std::string asciiLower(std::string_view s) {
   std::string out(s);
   for (char& c : out)

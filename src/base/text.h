@@ -33,6 +33,11 @@ std::string toUtf8(std::u16string_view s);
 // True when the bytes are valid UTF-8.
 bool isValidUtf8(std::string_view s);
 
+// The text without control characters (C0, DEL and C1, which terminals read as escape
+// sequences) and without invalid bytes. With `keepLineBreaks`, tabs, line feeds and the carriage
+// return of a CRLF stay.
+std::string withoutControlCharacters(std::string_view s, bool keepLineBreaks);
+
 // Lower-cases ASCII letters only, locale-free.
 std::string asciiLower(std::string_view s);
 

@@ -14,6 +14,7 @@
 
 #include "account/auth.h"
 #include "account/prefs.h"
+#include "base/text.h"
 #ifdef MIRLO_HAVE_DESKTOP
 #include "desktop/desktop.h"
 #endif
@@ -33,7 +34,7 @@ namespace {
 constexpr double kWaitLimitSeconds = 60;
 
 constexpr const char* kUsageText =
-    "Utilisation : mirlo [COMMANDE]\n"
+    "Utilisation : mirlo [--verbose] [COMMANDE]\n"
     "\n"
     "Sans commande, lance le programme de bureau ; mirlo ADRESSE (mirlo://…) lui passe l'adresse.\n"
     "\n"
@@ -44,16 +45,30 @@ constexpr const char* kUsageText =
     "  status            compte, offre et quota quand il est connu\n"
     "  fix [TEXTE]       corriger TEXTE, ou l'entrée standard ; le texte corrigé seul sur la sortie\n"
     "  rephrase [TEXTE]  reformuler, de la même façon\n"
+    "  --verbose, -v     avant la commande : ajoute le détail technique des erreurs de réseau\n"
     "  --help            cette aide\n"
     "  --version         la version\n"
     "\n"
     "Codes de sortie : 0 réussi, 1 échec (message sur la sortie d'erreur), 2 bureau indisponible,\n"
-    "3 non connecté, 64 commande mal formée.\n"
+    "3 non connecté, 64 commande mal formée. Une session qui n'a pas pu être enregistrée donne 1,\n"
+    "même quand le texte corrigé a été écrit.\n"
     "\n"
     "La session est gardée dans le trousseau du Secret Service ; sans lui, dans un fichier lisible\n"
     "par vous seul (non chiffré). MIRLO_SECRET_STORE=file impose le fichier.\n";
 
 constexpr const char* kNotSignedInText = "Non connecté : utilise « mirlo login EMAIL » ou « mirlo signup EMAIL ».";
+constexpr const char* kNotSavedText =
+    "Impossible d'enregistrer la session sur cet ordinateur (disque plein ou trousseau verrouillé ?)";
+constexpr const char* kNotErasedText =
+    "Impossible d'effacer la session de cet ordinateur (disque plein ou trousseau verrouillé ?)";
+
+// Each command is a process of its own: a session that only lives in memory is gone when it ends,
+// so a failed save is a failure of the command, whatever else went well.
+int sessionSavedOr(App& app, int status) {
+  if (app.auth().sessionSaved()) return status;
+  std::fprintf(stderr, "%s\n", kNotSavedText);
+  return kFailed;
+}
 
 // Everything the application needs from the machine, for a terminal.
 struct TerminalPlatform {
@@ -132,6 +147,7 @@ int signInOrUp(App& app, HostMainQueue& queue, const std::string& command, const
     std::fprintf(stderr, "%s\n", (*outcome)->c_str());
     return kFailed;
   }
+  if (!app.auth().sessionSaved()) return sessionSavedOr(app, kFailed);
   const std::string who = app.auth().email();
   std::printf("Connecté%s%s\n", who.empty() ? "" : " : ", who.c_str());
   return kOk;
@@ -152,7 +168,7 @@ int status(App& app) {
   return kOk;
 }
 
-int correct(App& app, HostMainQueue& queue, const std::string& mode, const std::string& text) {
+int correct(App& app, HostMainQueue& queue, const std::string& mode, const std::string& text, bool verbose) {
   if (!app.auth().isSignedIn()) {
     std::fprintf(stderr, "%s\n", kNotSignedInText);
     return kNotSignedIn;
@@ -171,12 +187,17 @@ int correct(App& app, HostMainQueue& queue, const std::string& mode, const std::
   // keychain reflects it when we exit.
   queue.runUntil([&] { return queue.pendingCount() == 0; }, 1);
   if (auto* corrected = std::get_if<std::string>(&*result)) {
-    std::fwrite(corrected->data(), 1, corrected->size(), stdout);
-    return kOk;
+    // A script writing the answer over its input must not take a short write for the answer.
+    const bool written = std::fwrite(corrected->data(), 1, corrected->size(), stdout) == corrected->size() &&
+                         std::fflush(stdout) == 0;
+    if (!written) std::fputs("Impossible d'écrire le texte corrigé sur la sortie standard\n", stderr);
+    return sessionSavedOr(app, written ? kOk : kFailed);
   }
   if (auto* failure = std::get_if<TransportError>(&*result)) {
-    std::fprintf(stderr, "%s\n", failure->description.c_str());
-    return kFailed;
+    std::fprintf(stderr, "%s\n", transportMessage(*failure).c_str());
+    if (verbose)
+      std::fprintf(stderr, "Détail : %s\n", text::withoutControlCharacters(failure->description, false).c_str());
+    return sessionSavedOr(app, kFailed);
   }
   const auto& error = std::get<MirloError>(*result);
   if (error.upsell) {
@@ -186,10 +207,10 @@ int correct(App& app, HostMainQueue& queue, const std::string& mode, const std::
     else
       std::fprintf(stderr, "%s\n", error.message.c_str());
     std::fprintf(stderr, "Passer en Pro : %s/#acces\n", app.config().siteUrl.c_str());
-    return kFailed;
+    return sessionSavedOr(app, kFailed);
   }
   std::fprintf(stderr, "%s\n", error.message.c_str());
-  return error.code == "auth" && !app.auth().isSignedIn() ? kNotSignedIn : kFailed;
+  return sessionSavedOr(app, error.code == "auth" && !app.auth().isSignedIn() ? kNotSignedIn : kFailed);
 }
 
 // Whether an argument has the shape of an address, `scheme:…` (the browser starts the program with
@@ -211,6 +232,11 @@ bool looksLikeURL(const std::string& argument) {
 
 int run(int argc, char** argv, const AppConfig& config) {
   std::vector<std::string> args(argv + 1, argv + argc);
+  bool verbose = false;
+  while (!args.empty() && (args[0] == "--verbose" || args[0] == "-v")) {
+    verbose = true;
+    args.erase(args.begin());
+  }
   // `mirlo mirlo://auth#…`: the desktop program, opened by those addresses (handed to the one
   // already running in this session, if there is one).
   const bool opening = !args.empty() && looksLikeURL(args[0]);
@@ -264,11 +290,15 @@ int run(int argc, char** argv, const AppConfig& config) {
   if (needsEmail) return signInOrUp(app, terminal.queue, command, args[1]);
   if (command == "logout") {
     app.auth().signOut();
+    if (!app.auth().sessionSaved()) {
+      std::fprintf(stderr, "%s\n", kNotErasedText);
+      return kFailed;
+    }
     std::puts("Déconnecté");
     return kOk;
   }
   if (command == "status") return status(app);
-  return correct(app, terminal.queue, command, text);
+  return correct(app, terminal.queue, command, text, verbose);
 }
 
 }  // namespace mirlo::cli

@@ -66,7 +66,7 @@ void Engine::finish(const CorrectionResult& result, const std::string& original,
     if (error->code == "auth") app_.onboarding().show();
     app_.card().showError(error->message, error->upsell);
   } else {
-    app_.card().showError(std::get<TransportError>(result).description, false);
+    app_.card().showError(transportMessage(std::get<TransportError>(result)), false);
   }
   busy_ = false;
 }

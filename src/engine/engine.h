@@ -28,6 +28,10 @@ struct MirloError {
 // The corrected text, a service error, or a failure of the transport itself.
 using CorrectionResult = std::variant<std::string, MirloError, TransportError>;
 
+// What a person reads about a transport failure: French words chosen by its kind, the same on
+// every platform. The platform's technical description is for --verbose and logs only.
+std::string transportMessage(const TransportError& failure);
+
 class Engine {
  public:
   static constexpr const char* corrected = "mirlo.corrected";

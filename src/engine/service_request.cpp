@@ -6,6 +6,7 @@
 #include "app/app.h"
 #include "app/app_delegate.h"
 #include "base/json.h"
+#include "base/text.h"
 #include "base/url.h"
 #include "engine/engine.h"
 
@@ -33,11 +34,33 @@ std::optional<std::int64_t> integerMember(const Json& object, const char* key) {
   return std::nullopt;
 }
 
+// A text of the answer as it may be shown or written into a document: a terminal or an editor
+// would take control characters for commands (colours, a cleared screen, a window title).
+std::optional<std::string> shownMember(const Json& object, const char* key) {
+  auto text = stringMember(object, key);
+  if (text) *text = text::withoutControlCharacters(*text, true);
+  return text;
+}
+
 MirloError errorWith(const Json& answer, bool upsell, std::optional<std::string> code) {
-  return MirloError{stringMember(answer, "error").value_or("Erreur inconnue"), upsell, std::move(code)};
+  auto message = shownMember(answer, "error");
+  if (!message || message->empty()) message = "Erreur inconnue";
+  return MirloError{*message, upsell, std::move(code)};
 }
 
 }  // namespace
+
+std::string transportMessage(const TransportError& failure) {
+  switch (failure.kind) {
+    case TransportFailure::noConnection: return "Pas de connexion Internet : vérifie ton réseau";
+    case TransportFailure::timedOut: return "Le serveur a mis trop de temps à répondre";
+    case TransportFailure::hostNotFound: return "Serveur introuvable : vérifie ton réseau";
+    case TransportFailure::tls: return "Connexion sécurisée au serveur impossible";
+    case TransportFailure::refused: return "Le serveur ne répond pas, réessaie plus tard";
+    case TransportFailure::other: break;
+  }
+  return "La connexion au serveur a échoué";
+}
 
 void Engine::request(const std::string& text, const std::string& mode, bool allowRetry,
                      std::function<void(CorrectionResult)> done) {
@@ -90,18 +113,26 @@ void Engine::request(const std::string& text, const std::string& mode, bool allo
       if (auto* delegate = app.launchedDelegate()) delegate->rebuildMenu();
     });
 
-    if (auto fixedText = stringMember(answer, "result"); fixedText && !fixedText->empty()) {
+    if (auto fixedText = shownMember(answer, "result"); fixedText && !fixedText->empty()) {
       done(*fixedText);
       return;
     }
     auto code = stringMember(answer, "code");
     if (code == "auth" && allowRetry) {
-      app.auth().refresh([this, text, mode, done = std::move(done)](bool refreshed) mutable {
-        if (!refreshed) {
-          done(MirloError{"Reconnecte-toi à ton compte", false, std::string("auth")});
-          return;
+      app.auth().refresh([this, text, mode, done = std::move(done)](RefreshOutcome outcome) mutable {
+        switch (outcome.kind) {
+          case RefreshOutcome::Kind::refreshed:
+            this->request(text, mode, false, std::move(done));
+            return;
+          case RefreshOutcome::Kind::refused:
+            done(MirloError{"Reconnecte-toi à ton compte", false, std::string("auth")});
+            return;
+          case RefreshOutcome::Kind::failed:
+            // The session is kept: this correction fails as a request would have.
+            if (outcome.transport) done(*outcome.transport);
+            else done(MirloError{"Réponse invalide du serveur", false, std::nullopt});
+            return;
         }
-        this->request(text, mode, false, std::move(done));
       });
       return;
     }

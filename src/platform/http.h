@@ -31,8 +31,20 @@ struct HttpResponse {
   std::string body;  // empty when the answer had none
 };
 
+// What kind of transport failure happened. The platform only tells which; the core chooses the
+// words a person reads.
+enum class TransportFailure {
+  noConnection,  // this computer has no network
+  timedOut,
+  hostNotFound,
+  tls,           // no secure connection could be made (handshake, certificate)
+  refused,       // nobody answers at the server's address
+  other,         // the connection broke, the answer was too large…
+};
+
 struct TransportError {
-  std::string description;  // the platform's own words, shown to the user as they are
+  TransportFailure kind = TransportFailure::other;
+  std::string description;  // the platform's technical words, for --verbose and logs
 };
 
 using HttpResult = std::variant<HttpResponse, TransportError>;

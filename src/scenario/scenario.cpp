@@ -623,6 +623,7 @@ void Runner::hold(ScriptLine& line) {
   if (line.accept("for")) forSeconds = line.duration("how long");
   line.end();
   if (held_) throw ScriptFault("a key is already held: 'release' it first");
+  const double start = desk_.queue.now();
   if (!key.hasKey) {
     // Modifiers alone: the hardware reports them held, no event goes anywhere.
     if (forSeconds) desk_.keyboard.hold(key.flags, desk_.queue.now() + *forSeconds);
@@ -637,7 +638,9 @@ void Runner::hold(ScriptLine& line) {
   else desk_.keyDown(key.code, key.flags);
   settle();
   if (forSeconds) {
-    desk_.queue.advance(*forSeconds);
+    // The key comes up D after it went down. The program may already have spent some of that
+    // time (a correction waits for the keys to be let go), so the clock only goes on to then.
+    desk_.queue.advance(start + *forSeconds - desk_.queue.now());
     ScriptLine none("");
     release(none);
   }
@@ -821,9 +824,18 @@ void Runner::answer(ScriptLine& line) {
   if (line.accept("after")) delay = line.duration("the delay");
   auto& http = simulatedHttp("'answer'");
   if (line.accept("failure")) {
-    const std::string description = line.quoted("the failure's description");
+    static const std::map<std::string, TransportFailure> kinds = {
+        {"offline", TransportFailure::noConnection}, {"timeout", TransportFailure::timedOut},
+        {"host", TransportFailure::hostNotFound},    {"tls", TransportFailure::tls},
+        {"refused", TransportFailure::refused},      {"other", TransportFailure::other}};
+    const std::string kindName = line.word("the kind of failure (offline, timeout, host, tls, refused, other)");
+    auto found = kinds.find(kindName);
+    if (found == kinds.end())
+      throw ScriptFault("unknown failure '" + kindName + "': offline, timeout, host, tls, refused or other");
+    std::string description;
+    if (!line.atEnd()) description = line.quoted("the platform's technical description");
     line.end();
-    http.enqueue(fragment, sim::SimAnswer::failure(description, delay));
+    http.enqueue(fragment, sim::SimAnswer::failure(found->second, description, delay));
     return;
   }
   const auto status = line.integer("the HTTP status (or 'failure')");

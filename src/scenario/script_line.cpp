@@ -43,16 +43,19 @@ std::optional<double> parseNumber(const std::string& s) {
 
 }  // namespace
 
-ScriptLine::ScriptLine(std::string raw) : raw_(std::move(raw)) {
-  std::size_t i = 0;
+ScriptLine::ScriptLine(std::string raw) : raw_(std::move(raw)) {}
+
+bool ScriptLine::cut(std::size_t index) const {
   const std::size_t n = raw_.size();
-  while (i < n) {
-    if (isSpace(raw_[i])) {
-      ++i;
-      continue;
+  std::size_t& i = scanned_;
+  while (tokens_.size() <= index) {
+    while (i < n && isSpace(raw_[i])) ++i;
+    if (i >= n) return false;
+    // A comment runs to the end of the line, but only where the first token would begin.
+    if (raw_[i] == '#' && tokens_.empty()) {
+      i = n;
+      return false;
     }
-    // A comment runs to the end of the line, but only where a token would begin.
-    if (raw_[i] == '#' && tokens_.empty()) break;
     Token token;
     token.start = i;
     if (raw_[i] == '"') {
@@ -104,6 +107,7 @@ ScriptLine::ScriptLine(std::string raw) : raw_(std::move(raw)) {
     }
     tokens_.push_back(std::move(token));
   }
+  return true;
 }
 
 std::string ScriptLine::peek() const { return atEnd() ? std::string() : tokens_[pos_].text; }
@@ -182,10 +186,15 @@ double ScriptLine::duration(const std::string& what) {
 }
 
 std::string ScriptLine::rest() {
-  if (atEnd()) return {};
-  std::string out = raw_.substr(tokens_[pos_].start);
+  // The text from where the next token would begin, never cut into tokens itself.
+  std::size_t from = scanned_;
+  if (pos_ < tokens_.size()) from = tokens_[pos_].start;
+  while (from < raw_.size() && isSpace(raw_[from])) ++from;
+  if (from >= raw_.size()) return {};
+  std::string out = raw_.substr(from);
   while (!out.empty() && isSpace(out.back())) out.pop_back();
-  pos_ = tokens_.size();
+  tokens_.resize(pos_);
+  scanned_ = raw_.size();
   return out;
 }
 

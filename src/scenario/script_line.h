@@ -1,5 +1,7 @@
-// One line of a scenario, cut into words and quoted strings, with the small readers every command
-// uses. Every reader throws `ScriptFault` with a sentence a script's author can act on.
+// One line of a scenario, cut into words and quoted strings as the command reads them, with the
+// small readers every command uses. Every reader throws `ScriptFault` with a sentence a script's
+// author can act on. The line is cut only as far as it is read, so that what a command takes as
+// it stands (`rest()`, a JSON body say) is never judged by the rules of words and quotes.
 #pragma once
 
 #include <cstdint>
@@ -22,12 +24,12 @@ struct Token {
 
 class ScriptLine {
  public:
-  // Cuts the line; a quoted string that never closes or a bad escape is a fault.
+  // A quoted string that never closes or a bad escape is a fault when it is read.
   explicit ScriptLine(std::string raw);
 
-  bool blank() const { return tokens_.empty(); }
+  bool blank() const { return atEnd(); }
   const std::string& raw() const { return raw_; }
-  bool atEnd() const { return pos_ >= tokens_.size(); }
+  bool atEnd() const { return !cut(pos_); }
   // The next token without taking it (empty when at the end).
   std::string peek() const;
   bool peekIs(const std::string& word) const;
@@ -54,8 +56,12 @@ class ScriptLine {
   void end();
 
  private:
+  // Cuts tokens until the one at `index` exists; false when the line ends before it.
+  bool cut(std::size_t index) const;
+
   std::string raw_;
-  std::vector<Token> tokens_;
+  mutable std::vector<Token> tokens_;
+  mutable std::size_t scanned_ = 0;  // where cutting stopped in `raw_`
   std::size_t pos_ = 0;
 };
 

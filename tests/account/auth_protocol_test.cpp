@@ -6,6 +6,7 @@
 
 #include "base/base64.h"
 #include "base/json.h"
+#include "base/url.h"
 #include "support/sim_app.h"
 
 namespace mirlo {
@@ -149,6 +150,9 @@ TEST(DecodeEmail, ClaimsAreReadWithBothAlphabetsAndLowerCased) {
   w.signIn("x@y.fr");
   auth.setTokens(tokenWithPayload(base64url(R"({"email":42})")), "r");
   EXPECT_EQ(auth.email(), "");
+  // Control characters would reach a terminal through `mirlo status`.
+  auth.setTokens(tokenWithPayload(base64url("{\"email\":\"L\u00e9a\\u001b[31m@x.fr\\n\"}")), "r");
+  EXPECT_EQ(auth.email(), "léa[31m@x.fr");
   // Only the second part is read, even with more than three.
   auth.setTokens("a." + base64url(R"({"email":"Two@Parts.fr"})"), "r");
   EXPECT_EQ(auth.email(), "two@parts.fr");
@@ -205,15 +209,17 @@ TEST(PasswordSignIn, AnswersAreJudgedByTheirBodyAlone) {
        "Ce compte existe déjà : utilise Se connecter"},
       {SimAnswer::json(422, R"({"error_code":"weak_password","msg":"Password should be at least 8"})"),
        "Mot de passe trop court (8 caractères minimum)"},
-      {SimAnswer::json(429, R"({"error_code":"over_request_rate_limit","msg":"Too many requests"})"), "Too many requests"},
+      {SimAnswer::json(429, R"({"error_code":"over_request_rate_limit","msg":"Too many requests"})"), "Trop de tentatives : réessaie dans quelques minutes"},
+      {SimAnswer::json(429, R"({"error_code":"over_email_send_rate_limit","msg":"Too many requests"})"), "Too many requests"},
       {SimAnswer::json(400, R"({"error_code":7,"msg":"Bad"})"), "Bad"},
       {SimAnswer::json(400, R"({"error_code":"x","msg":["not","text"]})"), "Erreur inconnue"},
+      {SimAnswer::json(400, R"({"error_code":"x","msg":"Trop\u001b[5m vite"})"), "Trop[5m vite"},
       {SimAnswer::json(200, R"({"access_token":"a","refresh_token":5})"), "Erreur inconnue"},
       {SimAnswer::json(200, ""), "Réponse invalide"},
       {SimAnswer::json(502, "<html>Bad gateway</html>"), "Réponse invalide"},
       {SimAnswer::json(200, "[1,2]"), "Réponse invalide"},
       {SimAnswer::json(200, "\"text\""), "Réponse invalide"},
-      {SimAnswer::failure("The Internet connection appears to be offline."), "Connexion impossible, vérifie ton réseau"},
+      {SimAnswer::failure(TransportFailure::noConnection, "The Internet connection appears to be offline."), "Connexion impossible, vérifie ton réseau"},
   };
   for (const auto& c : cases) {
     SimWorld w;
@@ -230,13 +236,54 @@ TEST(PasswordSignIn, AnswersAreJudgedByTheirBodyAlone) {
 
 // A time-out is a transport failure like any other: its 15 seconds are asserted with the request above.
 
+// --- Tokens the program would send back in its headers.
+
+// A line break in a token would add headers of the service's choosing to every later request; a
+// token of megabytes would make every later request fail. Wherever tokens arrive, such a pair is
+// refused and never stored.
+TEST(Tokens, AnyThatCouldNotGoIntoAHeaderAreRefusedWhereverTheyArrive) {
+  const std::string good = accessTokenFor("a@b.fr");
+  const std::string unusable[] = {"r\r\nX-Injected: 1", "r\n", std::string("r\0x", 3), "r\x1b[2J", "r t",
+                                  std::string(8193, 'r')};
+  for (const auto& bad : unusable) {
+    SCOPED_TRACE(::testing::PrintToString(bad.substr(0, 20)));
+    SimWorld signIn;
+    signIn.desk.http.enqueue(kPasswordPath, SimAnswer::json(200, tokenAnswer(good, bad)));
+    PasswordOutcome outcome;
+    signIn.app->auth().signIn("a@b.fr", "pw", [&](auto message) { outcome = {true, message}; });
+    signIn.advance();
+    EXPECT_EQ(outcome.message, "Réponse invalide");
+    EXPECT_FALSE(signIn.app->auth().isSignedIn());
+    EXPECT_TRUE(signIn.desk.secrets.items.empty());
+
+    SimWorld refresh;
+    refresh.signIn("lea@example.fr", "refresh-1");
+    refresh.desk.http.enqueue(kRefreshPath, SimAnswer::json(200, tokenAnswer(bad, "refresh-2")));
+    std::optional<RefreshOutcome::Kind> kind;
+    refresh.app->auth().refresh([&](RefreshOutcome o) { kind = o.kind; });
+    refresh.advance();
+    EXPECT_EQ(kind, RefreshOutcome::Kind::failed) << "an unreadable answer, not a refusal";
+    EXPECT_EQ(refresh.app->auth().refreshToken(), "refresh-1");
+
+    SimWorld callback;
+    EXPECT_FALSE(callback.app->auth().handleCallback("mirlo://auth#access_token=" + good + "&refresh_token=" +
+                                                     url::encodeQueryValue(bad)));
+    EXPECT_TRUE(callback.desk.secrets.items.empty());
+
+    // Stored by an earlier version: read as signed out, so that signing in again replaces it.
+    SimWorld stored;
+    stored.desk.secrets.items[kService] = dumpJson(Json{{"access", good}, {"refresh", bad}});
+    EXPECT_FALSE(stored.app->auth().isSignedIn());
+  }
+}
+
 // --- Refresh.
 
 TEST(Refresh, WithoutARefreshTokenFailsAtOnceAndDoesNotSignOut) {
   SimWorld w;
-  std::optional<bool> result;
-  w.app->auth().refresh([&](bool ok) { result = ok; });
-  EXPECT_EQ(result, false) << "called on the caller's thread, before returning";
+  std::optional<RefreshOutcome::Kind> result;
+  w.app->auth().refresh([&](RefreshOutcome outcome) { result = outcome.kind; });
+  EXPECT_EQ(result, RefreshOutcome::Kind::refused) << "called on the caller's thread, before returning";
   w.advance(60);
   EXPECT_EQ(w.desk.http.requestCount(), 0u);
   EXPECT_EQ(changes(w), 0);
@@ -247,10 +294,10 @@ TEST(Refresh, ANewPairReplacesTheOldOneSilently) {
   w.signIn("old@example.fr", "refresh-1");
   const std::string access = accessTokenFor("New@Example.fr");
   w.desk.http.enqueue(kRefreshPath, SimAnswer::json(400, tokenAnswer(access, "refresh-2")));
-  std::optional<bool> result;
-  w.app->auth().refresh([&](bool ok) { result = ok; });
+  std::optional<RefreshOutcome::Kind> result;
+  w.app->auth().refresh([&](RefreshOutcome outcome) { result = outcome.kind; });
   w.advance();
-  EXPECT_EQ(result, true);
+  EXPECT_EQ(result, RefreshOutcome::Kind::refreshed);
   EXPECT_EQ(w.app->auth().refreshToken(), "refresh-2");
   EXPECT_EQ(w.app->auth().email(), "new@example.fr");
   EXPECT_EQ(*parseJson(w.desk.secrets.items.at(kService)), (Json{{"access", access}, {"refresh", "refresh-2"}}));
@@ -263,27 +310,26 @@ TEST(Refresh, ANewPairReplacesTheOldOneSilently) {
   for (const auto& [name, value] : requests[0].headers) EXPECT_NE(name, "Authorization");
 }
 
-TEST(Refresh, AnythingButATokenPairSignsOutAfterReportingFailure) {
-  const SimAnswer failures[] = {
-      SimAnswer::json(200, R"({"access_token":"a"})"),
+// What a failure that is not a refusal leaves is told with the correction that needed it, in
+// engine_flow_test.cpp.
+TEST(Refresh, ARefusalSignsOutAfterReportingIt) {
+  const SimAnswer refusals[] = {
       SimAnswer::json(400, R"({"error_code":"refresh_token_not_found","msg":"Invalid Refresh Token"})"),
-      SimAnswer::json(200, ""),
-      SimAnswer::json(200, "[]"),
-      SimAnswer::json(200, R"({"access_token":1,"refresh_token":2})"),
-      SimAnswer::failure("Could not connect to the server."),
+      SimAnswer::json(401, ""),
+      SimAnswer::json(403, "<html>Forbidden</html>"),
   };
-  for (const auto& answer : failures) {
+  for (const auto& answer : refusals) {
     SimWorld w;
     w.signIn();
-    std::optional<bool> result;
+    std::optional<RefreshOutcome::Kind> result;
     bool signedInWhenDone = false;
     w.desk.http.enqueue(kRefreshPath, answer);
-    w.app->auth().refresh([&](bool ok) {
-      result = ok;
+    w.app->auth().refresh([&](RefreshOutcome outcome) {
+      result = outcome.kind;
       signedInWhenDone = w.app->auth().isSignedIn();
     });
     w.advance();
-    EXPECT_EQ(result, false);
+    EXPECT_EQ(result, RefreshOutcome::Kind::refused);
     EXPECT_TRUE(signedInWhenDone) << "the sign-out is queued for the main queue, after the report";
     EXPECT_FALSE(w.app->auth().isSignedIn());
     EXPECT_TRUE(w.desk.secrets.items.empty());

@@ -53,15 +53,20 @@ TEST(Keychain, ItemsAreKeptApartByServiceAndForeignItemsAreReplaced) {
   EXPECT_EQ(w.app->keychain().load("other"), "someone else's");
 }
 
-TEST(Keychain, UnreadableItemsLoadAsNothing) {
+TEST(Keychain, UnreadableItemsLoadAsNothingAndRefusedSavesKeepTheOldItem) {
   SimWorld w;
   w.desk.secrets.items["svc"] = std::string("\xff\xfe tokens", 9);  // not UTF-8
   EXPECT_EQ(w.app->keychain().load("svc"), "");
   w.desk.secrets.items["svc"] = "fine";
   w.desk.secrets.locked = true;
   EXPECT_EQ(w.app->keychain().load("svc"), "");
-  w.app->keychain().save("svc", "new");  // a refused save is silent
+  EXPECT_FALSE(w.app->keychain().save("svc", "new"));
   w.desk.secrets.locked = false;
+  EXPECT_EQ(w.app->keychain().load("svc"), "fine");
+  // A full disk: the save says so, and what was stored is still there.
+  w.desk.secrets.refusesWrites = true;
+  EXPECT_FALSE(w.app->keychain().save("svc", "new"));
+  EXPECT_FALSE(w.app->keychain().save("svc", ""));
   EXPECT_EQ(w.app->keychain().load("svc"), "fine");
 }
 

@@ -115,7 +115,7 @@ TEST_F(MenuDay, TheSameVersionOrBadManifestsOfferNothing) {
       sim::SimAnswer::json(200, "{\"version\":\"9.0\"" + std::string(200000, ' ') + "}"),
       sim::SimAnswer::json(200, std::string(100000, '[')),
       sim::SimAnswer::json(200, "{\"version\":\"9.\xff\"}"),
-      sim::SimAnswer::failure("The Internet connection appears to be offline."),
+      sim::SimAnswer::failure(TransportFailure::noConnection, "The Internet connection appears to be offline."),
       sim::SimAnswer::json(200, R"({"version":"9.0"})", 30),  // past the time-out
   };
   for (const auto& answer : answers) {

@@ -78,20 +78,46 @@ TEST_F(CorrectionFlow, AServiceErrorLeavesNothingToUndo) {
   EXPECT_FALSE(engine().busy());
 }
 
-// A refresh that succeeds is in the auth-refresh-once scenario.
-TEST_F(CorrectionFlow, ARefusedRefreshSignsOutOpensTheOnboardingAndShowsTheError) {
-  serviceAnswers(R"({"code":"auth","error":"JWT expired"})");
-  world.desk.http.enqueue("grant_type=refresh_token",
-                          SimAnswer::json(400, R"({"error_code":"refresh_token_not_found","msg":"Invalid Refresh Token"})"));
-  engine().run("fix");
-  world.advance(1);
-  EXPECT_EQ(cardText(), "! Reconnecte-toi à ton compte");
-  EXPECT_NE(world.desk.ui.window(kWelcome), nullptr);
-  EXPECT_FALSE(world.app->auth().isSignedIn());
-  EXPECT_EQ(world.desk.secrets.items.count("io.mirlo.app.session"), 0u);
-  EXPECT_EQ(world.desk.http.requestCount("grant_type=refresh_token"), 1u);
-  EXPECT_EQ(world.desk.http.requestCount(kCorrect), 1u);
-  EXPECT_FALSE(engine().busy());
+// A refresh that succeeds is in the auth-refresh-once scenario. Only the server's refusal of the
+// refresh token signs out; a failure that says nothing about the session keeps it, and the
+// correction shows what went wrong.
+TEST_F(CorrectionFlow, OnlyARefusedRefreshSignsOut) {
+  struct Case {
+    SimAnswer refreshAnswer;
+    bool signsOut;
+    std::string shown;
+  };
+  const Case cases[] = {
+      {SimAnswer::json(400, R"({"error_code":"refresh_token_not_found","msg":"Invalid Refresh Token"})"), true,
+       "Reconnecte-toi à ton compte"},
+      {SimAnswer::json(500, R"({"code":500,"msg":"Internal server error"})"), false, "Réponse invalide du serveur"},
+      {SimAnswer::json(502, "<html>Bad gateway</html>"), false, "Réponse invalide du serveur"},
+      {SimAnswer::json(200, R"({"access_token":"only-one"})"), false, "Réponse invalide du serveur"},
+      {SimAnswer::failure(TransportFailure::refused, sim::SimHttp::kCannotConnect), false, "Le serveur ne répond pas, réessaie plus tard"},
+  };
+  for (const auto& c : cases) {
+    SimWorld w;
+    w.signIn("lea@example.fr", "refresh-1");
+    const std::string stored = w.desk.secrets.items.at("io.mirlo.app.session");
+    auto& mail = w.desk.launchApp(501, "com.apple.mail", "Je suis alé au marché.");
+    mail.element->selection = {0, 22};
+    w.desk.http.enqueue(kCorrect, SimAnswer::json(200, R"({"code":"auth","error":"JWT expired"})"));
+    w.desk.http.enqueue("grant_type=refresh_token", c.refreshAnswer);
+    w.app->engine().run("fix");
+    w.advance(1);
+    SCOPED_TRACE(c.shown);
+    EXPECT_NE(sim::findText(w.desk.ui.openPanel()->views, c.shown), nullptr);
+    EXPECT_EQ(w.app->auth().isSignedIn(), !c.signsOut);
+    EXPECT_EQ(w.desk.ui.window(kWelcome) != nullptr, c.signsOut) << "the onboarding asks to sign in again";
+    EXPECT_EQ(w.desk.secrets.items.count("io.mirlo.app.session"), c.signsOut ? 0u : 1u);
+    if (!c.signsOut) {
+      EXPECT_EQ(w.desk.secrets.items.at("io.mirlo.app.session"), stored);
+      EXPECT_EQ(w.app->auth().refreshToken(), "refresh-1");
+    }
+    EXPECT_EQ(w.desk.http.requestCount("grant_type=refresh_token"), 1u);
+    EXPECT_EQ(w.desk.http.requestCount(kCorrect), 1u);
+    EXPECT_FALSE(w.app->engine().busy());
+  }
 }
 
 TEST_F(CorrectionFlow, AnInvalidServiceAddressIsShownAsAnError) {

@@ -93,6 +93,17 @@ TEST_F(ServiceRequest, HostileAnswersEndInAMessageNeverACrash) {
   EXPECT_EQ(std::get<std::string>(send()).size(), huge.size());
 }
 
+// Escape sequences would recolour or clear a terminal, retitle its window, or land in the
+// user's document: control characters never get through, line breaks and tabs do.
+TEST_F(ServiceRequest, ControlCharactersFromTheServiceAreNeverShownOrWritten) {
+  answer(200, R"({"result":"Bonjour\u001b[2J\r\n\tà tous\u0007\u009b31m\r fin"})");
+  EXPECT_EQ(std::get<std::string>(send()), "Bonjour[2J\r\n\tà tous31m fin");
+  answer(200, R"({"result":"\u001b\u0000"})");
+  EXPECT_EQ(errorOf(send()).message, "Erreur inconnue") << "nothing left is no result";
+  answer(400, R"({"code":"rate","error":"Panne\u001b]0;titre\u0007 du serveur"})");
+  EXPECT_EQ(errorOf(send()).message, "Panne]0;titre du serveur");
+}
+
 TEST_F(ServiceRequest, PlanAndUsageAreRecordedWhateverTheOutcome) {
   auto& auth = world.app->auth();
   answer(200, R"({"code":"quota","plan":"gratuit","usage":{"used":3,"limit":3}})");

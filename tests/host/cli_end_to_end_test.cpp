@@ -90,9 +90,12 @@ TEST_F(CommandLine, AWholeAccountAndCorrectionRoundTrip) {
   ASSERT_EQ(r.status, 0) << r.err;
   EXPECT_EQ(r.out, "il faut corriger sa.");
   EXPECT_EQ(r.err, "");
+  // A service that sends escape sequences does not reach the terminal with them.
+  service_.setCorrector([](const std::string& text, const std::string&) { return "\x1b[2J\x1b]0;titre\x07" + text + ".\n"; });
   r = mirlo({"rephrase"}, "depuis l'entrée standard");
   EXPECT_EQ(r.status, 0) << r.err;
-  EXPECT_EQ(r.out, "depuis l'entrée standard.");
+  EXPECT_EQ(r.out, "[2J]0;titredepuis l'entrée standard.\n");
+  service_.setCorrector([](const std::string& text, const std::string&) { return text + "."; });
 
   r = mirlo({"status"});
   EXPECT_EQ(r.status, 0);
@@ -122,15 +125,52 @@ TEST_F(CommandLine, AWholeAccountAndCorrectionRoundTrip) {
   EXPECT_EQ(mirlo({"status"}).status, 3);
 }
 
-TEST_F(CommandLine, ARefusedRefreshSignsOut) {
+// On a train: a refresh that meets a server error or a cut connection leaves the session for
+// the next try; only the server's refusal of the refresh token signs out.
+TEST_F(CommandLine, OnlyARefusedRefreshSignsOut) {
   ASSERT_EQ(mirlo({"signup", "zoe@exemple.fr"}, "longenough\n").status, 0);
-  service_.enqueue("/auth/v1/token", testing::ScriptedAnswer::json(400, R"({"error_code":"refresh_token_not_found","msg":"Invalid Refresh Token"})"));
+  const std::string session = storedSession();
   service_.expireAccessTokens();
+
+  service_.enqueue("/auth/v1/token", testing::ScriptedAnswer::json(503, R"({"msg":"upstream unavailable"})"));
   Outcome r = mirlo({"fix", "texte"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.err, "Réponse invalide du serveur\n");
+  EXPECT_EQ(storedSession(), session);
+
+  // Cut twice: a request on a kept-alive connection that dies is sent once more on a new one.
+  testing::ScriptedAnswer cut;
+  cut.dropConnection = true;
+  service_.enqueue("/auth/v1/token", cut);
+  service_.enqueue("/auth/v1/token", cut);
+  r = mirlo({"fix", "texte"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(storedSession(), session);
+
+  r = mirlo({"fix", "texte"});  // the line is back: the kept session refreshes and corrects
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out, "texte.");
+
+  service_.expireAccessTokens();
+  service_.enqueue("/auth/v1/token", testing::ScriptedAnswer::json(400, R"({"error_code":"refresh_token_not_found","msg":"Invalid Refresh Token"})"));
+  r = mirlo({"fix", "texte"});
   EXPECT_EQ(r.status, 3);
   EXPECT_EQ(r.out, "");
   EXPECT_EQ(r.err, "Reconnecte-toi à ton compte\n");
   EXPECT_EQ(storedSession(), "");
+}
+
+TEST_F(CommandLine, NetworkFailuresAreToldInFrenchWithTheDetailOnRequest) {
+  ASSERT_EQ(mirlo({"signup", "zoe@exemple.fr"}, "longenough\n").status, 0);
+  service_.stop();
+  Outcome r = mirlo({"fix", "texte"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.err, "Le serveur ne répond pas, réessaie plus tard\n");
+  r = mirlo({"--verbose", "fix", "texte"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.err.rfind("Le serveur ne répond pas, réessaie plus tard\nDétail : Couldn't connect to server", 0), 0u)
+      << r.err;
+  EXPECT_NE(storedSession(), "") << "a network failure keeps the session";
 }
 
 TEST_F(CommandLine, UsageAndTheDesktopProgram) {

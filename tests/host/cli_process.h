@@ -30,15 +30,19 @@ inline std::string slurp(const std::filesystem::path& path) {
 }
 
 // `mirlo ARGS…` (the test twin, whose service address comes from the environment) with `input`
-// on its standard input, its stores under `home`, the file secret store.
+// on its standard input, its stores under `home`, the file secret store. `wrapper` runs it under
+// another program (a tracer, say).
 inline Outcome runMirlo(const std::filesystem::path& home, const std::string& serviceUrl, const std::string& anonKey,
-                        const std::vector<std::string>& args, const std::string& input = {}) {
+                        const std::vector<std::string>& args, const std::string& input = {},
+                        const std::vector<std::string>& wrapper = {}) {
   std::ofstream(home / "stdin", std::ios::binary) << input;
   std::string command = "env -i PATH=/usr/bin:/bin HOME=" + shellQuoted(home.string()) +
                         " XDG_CONFIG_HOME=" + shellQuoted((home / "config").string()) +
                         " XDG_DATA_HOME=" + shellQuoted((home / "data").string()) +
                         " MIRLO_SECRET_STORE=file MIRLO_TEST_SUPABASE_URL=" + shellQuoted(serviceUrl) +
-                        " MIRLO_TEST_ANON_KEY=" + shellQuoted(anonKey) + " " + shellQuoted(MIRLO_TWIN_PATH);
+                        " MIRLO_TEST_ANON_KEY=" + shellQuoted(anonKey);
+  for (const auto& w : wrapper) command += " " + shellQuoted(w);
+  command += " " + shellQuoted(MIRLO_TWIN_PATH);
   for (const auto& a : args) command += " " + shellQuoted(a);
   command += " <" + shellQuoted((home / "stdin").string()) + " >" + shellQuoted((home / "stdout").string()) +
              " 2>" + shellQuoted((home / "stderr").string());

@@ -5,8 +5,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cstdlib>
 #include <filesystem>
+#include <thread>
 #include <fstream>
 
 #include "account/keychain.h"
@@ -136,7 +138,6 @@ TEST(FileSecretStore, KeepsOneOwnerOnlyItemPerServiceAcrossLaunches) {
     keychain.save("io.mirlo.app.session", R"({"access":"a","refresh":"r"})");
     keychain.save("io.mirlo.app.session", R"({"access":"a2","refresh":"r2"})");
     keychain.save("other", "x");
-    EXPECT_EQ(store.addItem("other", "y"), FileSecretStore::kDuplicate);
   }
   EXPECT_EQ(modeOf(file), 0600u);
   FileSecretStore again(file);
@@ -146,7 +147,7 @@ TEST(FileSecretStore, KeepsOneOwnerOnlyItemPerServiceAcrossLaunches) {
   EXPECT_EQ(keychain.load("io.mirlo.app.session"), "");
   EXPECT_EQ(keychain.load("other"), "x");
   std::string raw;
-  EXPECT_EQ(again.copyItem("io.mirlo.app.session", raw), FileSecretStore::kNotFound);
+  EXPECT_EQ(again.copyItem("io.mirlo.app.session", raw), SecretStore::kItemNotFound);
 }
 
 TEST(FileSecretStore, ACorruptFileIsKeptAsideAndReadsAsEmpty) {
@@ -155,13 +156,44 @@ TEST(FileSecretStore, ACorruptFileIsKeptAsideAndReadsAsEmpty) {
   writeText(file, R"({"io.mirlo.app.session": {"nested": true}})");
   FileSecretStore store(file);
   std::string out;
-  EXPECT_EQ(store.copyItem("io.mirlo.app.session", out), FileSecretStore::kNotFound);
+  EXPECT_EQ(store.copyItem("io.mirlo.app.session", out), SecretStore::kItemNotFound);
   EXPECT_FALSE(fs::exists(file));
   EXPECT_EQ(filesIn(dir.path()).size(), 1u);
   // An entry that is not base64 is unreadable, not a crash.
   writeText(file, R"({"svc":"not base64!"})");
   EXPECT_NE(store.copyItem("svc", out), 0);
   EXPECT_EQ(Keychain(store).load("svc"), "");
+}
+
+// While one program replaces the session again and again (a refresh, a sign-in), another one
+// started meanwhile must always find a session: never "signed out" between two steps.
+void replacingNeverLeavesTheServiceEmpty(SecretStore& writer, SecretStore& reader, const std::string& service,
+                                         int replacements) {
+  Keychain writing(writer), reading(reader);
+  ASSERT_TRUE(writing.save(service, "session-0"));
+  std::atomic<bool> done{false};
+  std::atomic<int> reads{0}, empty{0};
+  std::thread other([&] {
+    while (!done) {
+      if (reading.load(service).empty()) ++empty;
+      ++reads;
+    }
+  });
+  bool allSaved = true;
+  for (int i = 1; i <= replacements; ++i) allSaved = writing.save(service, "session-" + std::to_string(i)) && allSaved;
+  done = true;
+  other.join();
+  EXPECT_TRUE(allSaved);
+  EXPECT_GT(reads.load(), 0);
+  EXPECT_EQ(empty.load(), 0) << "another program found no session " << empty << " times in " << reads;
+  EXPECT_EQ(reading.load(service), "session-" + std::to_string(replacements));
+}
+
+TEST(FileSecretStore, AnotherProgramReadingMeanwhileAlwaysFindsTheSession) {
+  TempDir dir;
+  const fs::path file = dir.path() / "secrets.json";
+  FileSecretStore writer(file), reader(file);  // two programs: nothing shared but the file
+  replacingNeverLeavesTheServiceEmpty(writer, reader, "io.mirlo.app.session", 60);
 }
 
 // Runs against a real Secret Service: under tests/host/with-keyring.sh in CI, skipped elsewhere.
@@ -171,18 +203,24 @@ TEST(SecretServiceStore, StoresReplacesAndDeletesForReal) {
   SecretServiceStore store;
   Keychain keychain(store);
   const std::string service = "io.mirlo.app.test." + std::to_string(::getpid());
-  keychain.save(service, "first");
-  keychain.save(service, "second é ✓");
+  EXPECT_TRUE(keychain.save(service, "first"));
+  EXPECT_TRUE(keychain.save(service, "second é ✓"));
   EXPECT_EQ(keychain.load(service), "second é ✓");
-  // An item added under the service behind our back (by another program, say) is replaced too.
-  ASSERT_EQ(store.addItem(service, "stray"), 0);
-  keychain.save(service, "third");
-  EXPECT_EQ(keychain.load(service), "third");
-  keychain.save(service, "");
+  EXPECT_TRUE(keychain.save(service, ""));
+  EXPECT_TRUE(keychain.save(service, "")) << "deleting what is not there is no failure";
   std::string out;
   EXPECT_NE(store.copyItem(service, out), 0);
   EXPECT_EQ(keychain.load(service), "");
   EXPECT_EQ(keychain.load(service + ".other"), "");
+}
+
+TEST(SecretServiceStore, AnotherProgramReadingMeanwhileAlwaysFindsTheSession) {
+  if (!SecretServiceStore::available())
+    GTEST_SKIP() << "no Secret Service answers on the session bus (run under tests/host/with-keyring.sh)";
+  SecretServiceStore writer, reader;
+  const std::string service = "io.mirlo.app.test.concurrent." + std::to_string(::getpid());
+  replacingNeverLeavesTheServiceEmpty(writer, reader, service, 40);
+  Keychain(writer).save(service, "");
 }
 
 }  // namespace

@@ -60,10 +60,10 @@ TEST_F(AuthLoopback, RefreshRotatesTheTokensOnTheNetworkThread) {
   world.signIn();
   Auth& auth = world.app->auth();
   const std::string before = auth.refreshToken();
-  Handover<bool> refreshed;
-  auth.refresh([&](bool ok) { refreshed.deliver(ok); });
+  Handover<RefreshOutcome::Kind> refreshed;
+  auth.refresh([&](RefreshOutcome outcome) { refreshed.deliver(outcome.kind); });
   ASSERT_TRUE(refreshed.wait());
-  EXPECT_TRUE(refreshed.value());
+  EXPECT_EQ(refreshed.value(), RefreshOutcome::Kind::refreshed);
   EXPECT_NE(refreshed.thread(), std::this_thread::get_id());
   EXPECT_NE(auth.refreshToken(), before);
   EXPECT_EQ(auth.email(), "lea@example.fr");
@@ -75,14 +75,14 @@ TEST_F(AuthLoopback, RefreshRotatesTheTokensOnTheNetworkThread) {
   EXPECT_EQ(parseJson(seen.body), (Json{{"refresh_token", before}}));
 }
 
-TEST_F(AuthLoopback, FailedRefreshReportsFirstThenSignsOutOnTheMainQueue) {
+TEST_F(AuthLoopback, RefusedRefreshReportsFirstThenSignsOutOnTheMainQueue) {
   world.signIn();
   Auth& auth = world.app->auth();
-  world.service.enqueue(kRefresh, ScriptedAnswer::json(200, R"({"access_token":"only-one"})"));
-  Handover<bool> refreshed;
-  auth.refresh([&](bool ok) { refreshed.deliver(ok); });
+  world.service.enqueue(kRefresh, ScriptedAnswer::json(400, authError(400, "refresh_token_not_found", "Invalid Refresh Token")));
+  Handover<RefreshOutcome::Kind> refreshed;
+  auth.refresh([&](RefreshOutcome outcome) { refreshed.deliver(outcome.kind); });
   ASSERT_TRUE(refreshed.wait());
-  EXPECT_FALSE(refreshed.value());
+  EXPECT_EQ(refreshed.value(), RefreshOutcome::Kind::refused);
   EXPECT_NE(refreshed.thread(), std::this_thread::get_id());
   EXPECT_TRUE(world.runUntil([&] { return !auth.isSignedIn(); }));
   EXPECT_EQ(world.desk.secrets.items.count("io.mirlo.app.session"), 0u);
@@ -94,8 +94,8 @@ TEST_F(AuthLoopback, OverlappingRefreshesWhileTheMainQueueReadsTheSession) {
   world.service.enqueue(kRefresh, ScriptedAnswer::json(200, tokenResponse(makeAccessToken("a@x.fr", "1"), "r-a", "a@x.fr"), 0.05));
   world.service.enqueue(kRefresh, ScriptedAnswer::json(200, tokenResponse(makeAccessToken("b@x.fr", "2"), "r-b", "b@x.fr")));
   std::atomic<int> finished{0};
-  auth.refresh([&](bool) { ++finished; });
-  auth.refresh([&](bool) { ++finished; });
+  auth.refresh([&](RefreshOutcome) { ++finished; });
+  auth.refresh([&](RefreshOutcome) { ++finished; });
   const auto deadline = std::chrono::steady_clock::now() + 10s;
   std::size_t reads = 0;
   while (finished < 2 && std::chrono::steady_clock::now() < deadline)

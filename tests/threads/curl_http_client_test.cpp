@@ -1,5 +1,6 @@
 #include <curl/curl.h>
 #include <gtest/gtest.h>
+#include <arpa/inet.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -37,7 +38,7 @@ class CurlClientTest : public ::testing::Test {
     via.send(std::move(request), [&](HttpResult r) { result.deliver(std::move(r)); });
     EXPECT_TRUE(result.wait()) << "no completion";
     EXPECT_NE(result.thread(), std::this_thread::get_id());
-    return result.has() ? result.value() : HttpResult{TransportError{"none"}};
+    return result.has() ? result.value() : HttpResult{TransportError{TransportFailure::other, "none"}};
   }
   HttpResult fetch(HttpRequest request) { return fetch(std::move(request), client); }
 
@@ -72,6 +73,16 @@ TEST_F(CurlClientTest, SendsMethodHeadersInOrderAndBodyExactly) {
   EXPECT_EQ(seen.headerNames(), (std::vector<std::string>{"Zeta", "Content-Type", "apikey", "Authorization", "Alpha"}));
   EXPECT_EQ(seen.header("Alpha"), "");
   EXPECT_EQ(seen.header("Content-Length"), std::to_string(request.body->size()));
+}
+
+TEST_F(CurlClientTest, AHeaderWithALineBreakIsNeverSent) {
+  for (const std::string& value : {std::string("t\r\nX-Injected: 1"), std::string("t\nX", 3), std::string("t\0x", 3)}) {
+    HttpRequest request = post("/x", "{}");
+    request.headers = {{"Authorization", "Bearer " + value}};
+    auto result = fetch(request);
+    ASSERT_TRUE(std::holds_alternative<TransportError>(result));
+  }
+  EXPECT_EQ(service.requestCount(), 0u);
 }
 
 TEST_F(CurlClientTest, LargeBodyGoesWithoutWaitingForContinue) {
@@ -114,7 +125,7 @@ TEST_F(CurlClientTest, ErrorStatusesAreAnswersWithTheirBodies) {
   EXPECT_EQ(std::get<HttpResponse>(second).body, "");
 }
 
-TEST_F(CurlClientTest, SlowAnswerEndsInCurlsTimeOutWords) {
+TEST_F(CurlClientTest, SlowAnswerEndsInATimeOutWithCurlsWords) {
   service.enqueue("/slow", ScriptedAnswer::json(200, "{}", 30));
   HttpRequest request = post("/slow", "{}");
   request.timeoutSeconds = 0.3;
@@ -122,18 +133,28 @@ TEST_F(CurlClientTest, SlowAnswerEndsInCurlsTimeOutWords) {
   auto result = fetch(request);
   ASSERT_TRUE(std::holds_alternative<TransportError>(result));
   const auto& description = std::get<TransportError>(result).description;
+  EXPECT_EQ(std::get<TransportError>(result).kind, TransportFailure::timedOut);
   EXPECT_EQ(description.rfind(curl_easy_strerror(CURLE_OPERATION_TIMEDOUT), 0), 0u) << description;
   EXPECT_NE(description.find("milliseconds"), std::string::npos) << "the detail is missing: " << description;
   EXPECT_LT(std::chrono::steady_clock::now() - started, 5s);
 }
 
-TEST_F(CurlClientTest, UnreachableServerAndDroppedConnectionAreTransportErrors) {
+TEST_F(CurlClientTest, UnreachableServersAndDroppedConnectionsAreTransportErrorsOfTheirKind) {
   HttpRequest request = post("/x", "{}");
   request.url = "http://127.0.0.1:" + std::to_string(closedPort()) + "/functions/v1/correct";
   auto refused = fetch(request);
   ASSERT_TRUE(std::holds_alternative<TransportError>(refused));
+  EXPECT_EQ(std::get<TransportError>(refused).kind, TransportFailure::refused);
   EXPECT_EQ(std::get<TransportError>(refused).description.rfind(curl_easy_strerror(CURLE_COULDNT_CONNECT), 0), 0u)
       << std::get<TransportError>(refused).description;
+
+  // ".invalid" never resolves: an unknown host, or no network at all on a machine without one.
+  HttpRequest unknown = post("/x", "{}");
+  unknown.url = "http://mirlo.invalid/x";
+  auto notFound = fetch(unknown);
+  ASSERT_TRUE(std::holds_alternative<TransportError>(notFound));
+  const auto kind = std::get<TransportError>(notFound).kind;
+  EXPECT_TRUE(kind == TransportFailure::hostNotFound || kind == TransportFailure::noConnection);
 
   ScriptedAnswer drop;
   drop.dropConnection = true;
@@ -152,41 +173,94 @@ TEST_F(CurlClientTest, TlsIsNeverSkipped) {
   ASSERT_TRUE(std::holds_alternative<TransportError>(handshake));
   EXPECT_EQ(service.requestCount("/x"), 0u) << "the request went out in clear";
 
+  // A server that answers in clear at once: the handshake fails, and says it was the TLS.
+  int listener = ::socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  ASSERT_EQ(::bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+  ASSERT_EQ(::listen(listener, 1), 0);
+  socklen_t length = sizeof address;
+  ::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length);
+  std::thread clear([listener] {
+    int connection = ::accept(listener, nullptr, nullptr);
+    if (connection < 0) return;
+    const char answer[] = "HTTP/1.1 400 Bad Request\r\nContent-Length: 0\r\n\r\n";
+    [[maybe_unused]] auto sent = ::write(connection, answer, sizeof answer - 1);
+    ::close(connection);
+  });
+  HttpRequest clearText = plain;
+  clearText.url = "https://127.0.0.1:" + std::to_string(ntohs(address.sin_port)) + "/x";
+  clearText.timeoutSeconds = 5;
+  auto refusedHandshake = fetch(clearText);
+  clear.join();
+  ::close(listener);
+  ASSERT_TRUE(std::holds_alternative<TransportError>(refusedHandshake));
+  EXPECT_EQ(std::get<TransportError>(refusedHandshake).kind, TransportFailure::tls)
+      << std::get<TransportError>(refusedHandshake).description;
+
   HttpRequest nobody = plain;
   nobody.url = "https://127.0.0.1:" + std::to_string(closedPort()) + "/x";
   EXPECT_TRUE(std::holds_alternative<TransportError>(fetch(nobody)));
 }
 
-TEST_F(CurlClientTest, OnlyHttpAndHttpsAreSpokenEvenThroughRedirects) {
+TEST_F(CurlClientTest, OnlyHttpAndHttpsAreSpoken) {
   HttpRequest file;
   file.url = "file:///etc/hostname";
   auto local = fetch(file);
   ASSERT_TRUE(std::holds_alternative<TransportError>(local));
   EXPECT_EQ(std::get<TransportError>(local).description.rfind(curl_easy_strerror(CURLE_UNSUPPORTED_PROTOCOL), 0), 0u);
+}
 
-  ScriptedAnswer toFile = ScriptedAnswer::json(302, "");
-  toFile.headers = {{"Location", "file:///etc/hostname"}};
-  service.enqueue("/hop", toFile);
-  EXPECT_TRUE(std::holds_alternative<TransportError>(fetch(post("/hop", "{}"))));
+// A hostile or hijacked service answers with a redirect: the password, the refresh token or the
+// text must not reach another host, and no other host's answer may be taken for the service's.
+TEST_F(CurlClientTest, RedirectsAreFollowedOnlyWithoutABodyAndWithinTheOrigin) {
+  ServiceDouble elsewhere;
+  elsewhere.start();
+  const std::string here = service.baseUrl();
+  auto redirect = [](int status, const std::string& to) {
+    ScriptedAnswer answer = ScriptedAnswer::json(status, "moved");
+    answer.headers = {{"Location", to}};
+    return answer;
+  };
+  auto get = [&](const std::string& path) {
+    HttpRequest request;
+    request.url = here + path;
+    return request;
+  };
+  struct Case {
+    ScriptedAnswer answer;
+    HttpRequest request;
+  };
+  const Case refused[] = {
+      {redirect(307, elsewhere.baseUrl() + "/steal"), post("/hop", R"({"password":"secret"})")},
+      {redirect(308, here + "/landing"), post("/hop", R"({"refresh_token":"r"})")},
+      {redirect(302, elsewhere.baseUrl() + "/steal"), get("/hop")},
+      {redirect(302, "http://localhost:" + std::to_string(service.port()) + "/landing"), get("/hop")},
+      {redirect(302, "http://user@127.0.0.1:" + std::to_string(service.port()) + "/landing"), get("/hop")},
+      {redirect(302, "file:///etc/hostname"), get("/hop")},
+  };
+  for (const auto& c : refused) {
+    service.enqueue("/hop", c.answer);
+    auto result = fetch(c.request);
+    ASSERT_TRUE(std::holds_alternative<HttpResponse>(result)) << c.answer.headers[0].second;
+    EXPECT_EQ(std::get<HttpResponse>(result).status, c.answer.status) << "the redirect itself is the answer";
+  }
+  EXPECT_EQ(elsewhere.requestCount(), 0u);
+  EXPECT_EQ(service.requestCount("/landing"), 0u);
 
-  ScriptedAnswer moved = ScriptedAnswer::json(302, "");
-  moved.headers = {{"Location", "/landing"}};
-  service.enqueue("/hop", moved);
+  // Within the origin, a request without a body follows, with the same headers.
+  service.enqueue("/hop", redirect(302, "/landing"));
   service.enqueue("/landing", ScriptedAnswer::json(200, "arrived"));
-  HttpRequest followed;
-  followed.url = service.baseUrl() + "/hop";
+  HttpRequest followed = get("/hop");
+  followed.headers = {{"apikey", "k"}};
   auto landed = fetch(followed);
   ASSERT_TRUE(std::holds_alternative<HttpResponse>(landed));
   EXPECT_EQ(std::get<HttpResponse>(landed).body, "arrived");
+  EXPECT_EQ(service.requests().back().header("apikey"), "k");
 
-  for (int i = 0; i < 10; ++i) {
-    ScriptedAnswer loop = ScriptedAnswer::json(302, "");
-    loop.headers = {{"Location", "/loop"}};
-    service.enqueue("/loop", loop);
-  }
-  HttpRequest looping;
-  looping.url = service.baseUrl() + "/loop";
-  EXPECT_TRUE(std::holds_alternative<TransportError>(fetch(looping)));
+  for (int i = 0; i < 10; ++i) service.enqueue("/loop", redirect(302, "/loop"));
+  EXPECT_TRUE(std::holds_alternative<TransportError>(fetch(get("/loop"))));
   EXPECT_LE(service.requestCount("/loop"), 6u);
 }
 

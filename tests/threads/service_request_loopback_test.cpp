@@ -35,7 +35,7 @@ class ServiceRequestLoopback : public ::testing::Test {
     EXPECT_TRUE(world.runUntil([&] { return result.has(); })) << "no completion";
     world.desk.queue.runReady();  // the usage update queued before the completion
     EXPECT_EQ(result.deliveries(), result.has() ? 1 : 0);
-    return result.has() ? result.value() : CorrectionResult{TransportError{"none"}};
+    return result.has() ? result.value() : CorrectionResult{TransportError{TransportFailure::other, "none"}};
   }
 
   LoopbackWorld world;
@@ -106,18 +106,21 @@ TEST_F(ServiceRequestLoopback, UsageReachesTheSessionThroughTheMainQueue) {
   EXPECT_EQ(world.app->auth().quotaLimit(), 3);
 }
 
-TEST_F(ServiceRequestLoopback, TransportFailuresKeepCurlsWords) {
+TEST_F(ServiceRequestLoopback, TransportFailuresSayWhatKindTheyAre) {
   world.signIn();
   ScriptedAnswer drop;
   drop.dropConnection = true;
   world.service.enqueue(kCorrect, drop);
+  world.service.enqueue(kCorrect, drop);  // a dead kept-alive connection is tried once more
   auto dropped = correct("a");
   ASSERT_TRUE(std::holds_alternative<TransportError>(dropped));
+  EXPECT_EQ(std::get<TransportError>(dropped).kind, TransportFailure::other);
   EXPECT_FALSE(std::get<TransportError>(dropped).description.empty());
 
   world.service.stop();
   auto refused = correct("b");
   ASSERT_TRUE(std::holds_alternative<TransportError>(refused));
+  EXPECT_EQ(std::get<TransportError>(refused).kind, TransportFailure::refused);
   EXPECT_NE(std::get<TransportError>(refused).description.find("connect"), std::string::npos)
       << std::get<TransportError>(refused).description;
 }

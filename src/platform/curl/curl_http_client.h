@@ -4,8 +4,10 @@
 // The client only transports: it sends exactly the method, headers (in the given order) and body
 // it is handed, and reports either the answer (status and body, whatever the status) or curl's own
 // description of why there was none. TLS peers and host names are always verified, only http and
-// https are spoken (redirects included), and an answer larger than the size limit is cut off as a
-// transport error. curl keeps no local cache, so both cache policies fetch from the network.
+// https are spoken, and an answer larger than the size limit is cut off as a transport error.
+// A redirect is followed only for a request without a body and only within the origin it was sent
+// to; any other redirect is the answer. curl keeps no local cache, so both cache policies fetch
+// from the network.
 //
 // Destroying the client stops the thread and abandons the requests still in flight: no completion
 // starts once destruction has begun.

@@ -29,18 +29,17 @@ std::filesystem::path FileSecretStore::standardPath() { return dataDirectory() /
 
 FileSecretStore::FileSecretStore(std::filesystem::path path) : path_(std::move(path)) {}
 
-std::int32_t FileSecretStore::deleteItems(const std::string& service) {
+std::int32_t FileSecretStore::replaceItem(const std::string& service, const std::string& bytes) {
   std::lock_guard lock(mutex_);
   Json items = readItems(path_);
-  if (items.erase(service) == 0) return kNotFound;
+  items[service] = encodeBase64(bytes);
   return replaceFileAtomically(path_, dumpJson(items)) ? 0 : kIoError;
 }
 
-std::int32_t FileSecretStore::addItem(const std::string& service, const std::string& bytes) {
+std::int32_t FileSecretStore::deleteItems(const std::string& service) {
   std::lock_guard lock(mutex_);
   Json items = readItems(path_);
-  if (items.contains(service)) return kDuplicate;
-  items[service] = encodeBase64(bytes);
+  if (items.erase(service) == 0) return kItemNotFound;
   return replaceFileAtomically(path_, dumpJson(items)) ? 0 : kIoError;
 }
 
@@ -48,7 +47,7 @@ std::int32_t FileSecretStore::copyItem(const std::string& service, std::string& 
   std::lock_guard lock(mutex_);
   Json items = readItems(path_);
   auto it = items.find(service);
-  if (it == items.end()) return kNotFound;
+  if (it == items.end()) return kItemNotFound;
   auto bytes = decodeBase64Strict(it->get<std::string>());
   if (!bytes) return kIoError;
   out = std::move(*bytes);

@@ -54,10 +54,10 @@ std::int32_t SecretServiceStore::deleteItems(const std::string& service) {
   // Removes every matching item, not just the first.
   gboolean removed = secret_password_clear_sync(schema(), nullptr, &error, "service", service.c_str(), nullptr);
   if (error) return statusOf(error);
-  return removed ? 0 : kNotFound;
+  return removed ? 0 : kItemNotFound;
 }
 
-std::int32_t SecretServiceStore::addItem(const std::string& service, const std::string& bytes) {
+std::int32_t SecretServiceStore::replaceItem(const std::string& service, const std::string& bytes) {
   GError* error = nullptr;
   SecretValue* value = secret_value_new(bytes.data(), static_cast<gssize>(bytes.size()), "text/plain");
   const std::string label = "Mirlo (" + service + ")";
@@ -73,7 +73,7 @@ std::int32_t SecretServiceStore::copyItem(const std::string& service, std::strin
   SecretValue* value = secret_password_lookup_binary_sync(schema(), nullptr, &error, "service", service.c_str(),
                                                          nullptr);
   if (error) return statusOf(error);
-  if (!value) return kNotFound;
+  if (!value) return kItemNotFound;
   gsize length = 0;
   const gchar* data = secret_value_get(value, &length);
   out.assign(data, length);
@@ -85,7 +85,7 @@ std::int32_t SecretServiceStore::copyItem(const std::string& service, std::strin
 
 bool SecretServiceStore::available() { return false; }
 std::int32_t SecretServiceStore::deleteItems(const std::string&) { return kUnavailable; }
-std::int32_t SecretServiceStore::addItem(const std::string&, const std::string&) { return kUnavailable; }
+std::int32_t SecretServiceStore::replaceItem(const std::string&, const std::string&) { return kUnavailable; }
 std::int32_t SecretServiceStore::copyItem(const std::string&, std::string&) { return kUnavailable; }
 
 #endif

@@ -17,14 +17,14 @@ namespace mirlo::host {
 
 class SecretServiceStore final : public SecretStore {
  public:
-  static constexpr std::int32_t kNotFound = -25300;
   static constexpr std::int32_t kUnavailable = -25291;
 
   // True when this build has libsecret and a Secret Service answers on the session bus.
   static bool available();
 
+  // One store call: the Secret Service replaces the item with the same attributes in place.
+  std::int32_t replaceItem(const std::string& service, const std::string& bytes) override;
   std::int32_t deleteItems(const std::string& service) override;
-  std::int32_t addItem(const std::string& service, const std::string& bytes) override;
   std::int32_t copyItem(const std::string& service, std::string& out) override;
 };
 

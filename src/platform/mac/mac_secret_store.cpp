@@ -15,6 +15,28 @@ CFOwned<CFDictionaryRef> dictionary(const void** keys, const void** values, CFIn
 
 class MacSecretStore final : public SecretStore {
  public:
+  // The item is updated in place, so that no moment exists without it; only when there is none
+  // yet is one added. Another program adding it between the two calls makes the add find a
+  // duplicate: the update is then tried once more.
+  std::int32_t replaceItem(const std::string& service, const std::string& bytes) override {
+    auto name = makeString(service);
+    CFOwned<CFDataRef> data(
+        CFDataCreate(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(bytes.data()), static_cast<CFIndex>(bytes.size())));
+    if (!name || !data) return errSecParam;
+    const void* queryKeys[] = {kSecClass, kSecAttrService};
+    const void* queryValues[] = {kSecClassGenericPassword, name.get()};
+    auto query = dictionary(queryKeys, queryValues, 2);
+    const void* changeKeys[] = {kSecValueData, kSecAttrAccessible};
+    const void* changeValues[] = {data.get(), kSecAttrAccessibleWhenUnlocked};
+    auto changes = dictionary(changeKeys, changeValues, 2);
+    if (!query || !changes) return errSecAllocate;
+    OSStatus status = SecItemUpdate(query.get(), changes.get());
+    if (status != errSecItemNotFound) return status;
+    status = addItem(service, bytes);
+    if (status != errSecDuplicateItem) return status;
+    return SecItemUpdate(query.get(), changes.get());
+  }
+
   std::int32_t deleteItems(const std::string& service) override {
     auto name = makeString(service);
     if (!name) return errSecParam;
@@ -25,7 +47,7 @@ class MacSecretStore final : public SecretStore {
     return SecItemDelete(query.get());
   }
 
-  std::int32_t addItem(const std::string& service, const std::string& bytes) override {
+  std::int32_t addItem(const std::string& service, const std::string& bytes) {
     auto name = makeString(service);
     CFOwned<CFDataRef> data(
         CFDataCreate(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(bytes.data()), static_cast<CFIndex>(bytes.size())));

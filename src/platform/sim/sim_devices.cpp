@@ -145,22 +145,23 @@ void SimWorkspace::postBareActivation() {
   });
 }
 
-std::int32_t SimSecretStore::deleteItems(const std::string& service) {
+std::int32_t SimSecretStore::replaceItem(const std::string& service, const std::string& bytes) {
   if (locked) return kInteractionNotAllowed;
-  return items.erase(service) ? 0 : kNotFound;
-}
-
-std::int32_t SimSecretStore::addItem(const std::string& service, const std::string& bytes) {
-  if (locked) return kInteractionNotAllowed;
-  if (items.count(service)) return -25299;  // duplicate item
+  if (refusesWrites) return kWriteFailed;
   items[service] = bytes;
   return 0;
+}
+
+std::int32_t SimSecretStore::deleteItems(const std::string& service) {
+  if (locked) return kInteractionNotAllowed;
+  if (refusesWrites) return kWriteFailed;
+  return items.erase(service) ? 0 : kItemNotFound;
 }
 
 std::int32_t SimSecretStore::copyItem(const std::string& service, std::string& out) {
   if (locked) return kInteractionNotAllowed;
   auto it = items.find(service);
-  if (it == items.end()) return kNotFound;
+  if (it == items.end()) return kItemNotFound;
   out = it->second;
   return 0;
 }

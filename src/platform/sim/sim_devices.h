@@ -182,14 +182,15 @@ class SimScreens final : public Screens {
 
 class SimSecretStore final : public SecretStore {
  public:
-  static constexpr std::int32_t kNotFound = -25300;
   static constexpr std::int32_t kInteractionNotAllowed = -25308;
+  static constexpr std::int32_t kWriteFailed = -36;  // the platform's input/output error
 
   std::map<std::string, std::string> items;
-  bool locked = false;  // a locked store refuses every call
+  bool locked = false;         // a locked store refuses every call
+  bool refusesWrites = false;  // as on a full disk: reading works, changing fails
 
+  std::int32_t replaceItem(const std::string& service, const std::string& bytes) override;
   std::int32_t deleteItems(const std::string& service) override;
-  std::int32_t addItem(const std::string& service, const std::string& bytes) override;
   std::int32_t copyItem(const std::string& service, std::string& out) override;
 };
 

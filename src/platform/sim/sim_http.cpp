@@ -18,8 +18,8 @@ void SimHttp::send(HttpRequest request, std::function<void(HttpResult)> done) {
     responder = responder_;
   }
   if (!answer && responder) answer = responder(request);
-  if (!answer) answer = SimAnswer::failure(kCannotConnect);
-  if (answer->delay >= request.timeoutSeconds) answer = SimAnswer::failure(kTimedOut, request.timeoutSeconds);
+  if (!answer) answer = SimAnswer::failure(TransportFailure::refused, kCannotConnect);
+  if (answer->delay >= request.timeoutSeconds) answer = SimAnswer::failure(TransportFailure::timedOut, kTimedOut, request.timeoutSeconds);
   // The completion comes from the network, not the main queue; it is carried by the virtual clock
   // only so that its time is exact.
   clock_.postAfter(answer->delay, [done = std::move(done), result = std::move(answer->result)] { done(result); });

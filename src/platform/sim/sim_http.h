@@ -23,8 +23,8 @@ struct SimAnswer {
   static SimAnswer json(long status, std::string body, double delay = 0) {
     return {HttpResponse{status, std::move(body)}, delay};
   }
-  static SimAnswer failure(std::string description, double delay = 0) {
-    return {TransportError{std::move(description)}, delay};
+  static SimAnswer failure(TransportFailure kind, std::string description, double delay = 0) {
+    return {TransportError{kind, std::move(description)}, delay};
   }
 };
 

@@ -133,7 +133,7 @@ TEST_F(SignIn, CreatingAnAccountShowsItsOwnProgressAndTheServiceAnswers) {
   world.advance(1);
   EXPECT_EQ(status(), "Ce compte existe déjà : utilise Se connecter");
 
-  desk().http.enqueue("/auth/v1/signup", sim::SimAnswer::failure(sim::SimHttp::kCannotConnect));
+  desk().http.enqueue("/auth/v1/signup", sim::SimAnswer::failure(TransportFailure::refused, sim::SimHttp::kCannotConnect));
   click("Créer un compte");
   EXPECT_EQ(status(), "Connexion impossible, vérifie ton réseau");
 

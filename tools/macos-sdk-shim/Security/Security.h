@@ -28,6 +28,7 @@ extern const CFStringRef kSecMatchLimit;
 extern const CFStringRef kSecMatchLimitOne;
 
 OSStatus SecItemAdd(CFDictionaryRef attributes, CFTypeRef* result);
+OSStatus SecItemUpdate(CFDictionaryRef query, CFDictionaryRef attributesToUpdate);
 OSStatus SecItemDelete(CFDictionaryRef query);
 OSStatus SecItemCopyMatching(CFDictionaryRef query, __attribute__((cf_returns_retained)) CFTypeRef* result);
 
