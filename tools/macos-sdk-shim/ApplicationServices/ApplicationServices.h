@@ -32,17 +32,24 @@ enum {
 typedef const struct __AXUIElement* AXUIElementRef;
 typedef const struct __AXValue* AXValueRef;
 
-typedef UInt32 AXValueType;
-enum {
-  kAXValueCGPointType = 1,
-  kAXValueCGSizeType = 2,
-  kAXValueCGRectType = 3,
-  kAXValueCFRangeType = 4,
-  kAXValueAXErrorType = 5,
-  kAXValueIllegalType = 0,
+// A distinct enumeration type since macOS 10.11; the older names are plain integer constants, which
+// C++ does not convert to it.
+typedef CF_ENUM(UInt32, AXValueType) {
+  kAXValueTypeCGPoint = 1,
+  kAXValueTypeCGSize = 2,
+  kAXValueTypeCGRect = 3,
+  kAXValueTypeCFRange = 4,
+  kAXValueTypeAXError = 5,
+  kAXValueTypeIllegal = 0,
 };
+static const UInt32 kAXValueCGPointType = kAXValueTypeCGPoint;
+static const UInt32 kAXValueCGSizeType = kAXValueTypeCGSize;
+static const UInt32 kAXValueCGRectType = kAXValueTypeCGRect;
+static const UInt32 kAXValueCFRangeType = kAXValueTypeCFRange;
+static const UInt32 kAXValueAXErrorType = kAXValueTypeAXError;
+static const UInt32 kAXValueIllegalType = kAXValueTypeIllegal;
 
-extern const CFStringRef kAXTrustedCheckOptionPrompt;
+extern CFStringRef kAXTrustedCheckOptionPrompt;
 
 // The documented ownership rule, stated for the static analyzer: Create and Copy give +1.
 #define MIRLO_CF_RETURNS_RETAINED __attribute__((cf_returns_retained))

@@ -3,6 +3,16 @@
 #include <stdint.h>
 #include <stdbool.h>
 
+// Apple's enumeration macros as the SDK defines them for C++11 and later. CF_ENUM makes a named
+// enumeration with a fixed underlying type: a distinct type, to which no integer converts
+// implicitly. CF_OPTIONS makes the name the integer type itself, its constants an anonymous
+// enumeration, so that flags combine with |.
+#define MIRLO_CF_NAMED_ENUM(type, name) enum name : type name; enum name : type
+#define MIRLO_CF_ANON_ENUM(type) enum : type
+#define MIRLO_CF_ENUM_PICK(_1, _2, macro, ...) macro
+#define CF_ENUM(...) MIRLO_CF_ENUM_PICK(__VA_ARGS__, MIRLO_CF_NAMED_ENUM, MIRLO_CF_ANON_ENUM, )(__VA_ARGS__)
+#define CF_OPTIONS(type, name) type name; enum : name
+
 #ifdef __cplusplus
 extern "C" {
 #endif
