@@ -9,8 +9,7 @@
 extern "C" {
 #endif
 
-typedef int32_t AXError;
-enum {
+typedef CF_ENUM(int32_t, AXError) {
   kAXErrorSuccess = 0,
   kAXErrorFailure = -25200,
   kAXErrorIllegalArgument = -25201,
@@ -49,27 +48,35 @@ static const UInt32 kAXValueCFRangeType = kAXValueTypeCFRange;
 static const UInt32 kAXValueAXErrorType = kAXValueTypeAXError;
 static const UInt32 kAXValueIllegalType = kAXValueTypeIllegal;
 
-extern CFStringRef kAXTrustedCheckOptionPrompt;
+#pragma clang assume_nonnull begin
+
+extern CFStringRef kAXTrustedCheckOptionPrompt;  // macOS 10.9
 
 // The documented ownership rule, stated for the static analyzer: Create and Copy give +1.
 #define MIRLO_CF_RETURNS_RETAINED __attribute__((cf_returns_retained))
 
 Boolean AXIsProcessTrusted(void);
-Boolean AXIsProcessTrustedWithOptions(CFDictionaryRef options);
+Boolean AXIsProcessTrustedWithOptions(CFDictionaryRef _Nullable options);  // macOS 10.9
 
 CFTypeID AXUIElementGetTypeID(void);
 MIRLO_CF_RETURNS_RETAINED AXUIElementRef AXUIElementCreateSystemWide(void);
 MIRLO_CF_RETURNS_RETAINED AXUIElementRef AXUIElementCreateApplication(pid_t pid);
-AXError AXUIElementCopyAttributeValue(AXUIElementRef element, CFStringRef attribute, MIRLO_CF_RETURNS_RETAINED CFTypeRef* value);
+AXError AXUIElementCopyAttributeValue(AXUIElementRef element, CFStringRef attribute,
+                                      MIRLO_CF_RETURNS_RETAINED CFTypeRef _Nullable* _Nonnull value);
 AXError AXUIElementCopyParameterizedAttributeValue(AXUIElementRef element, CFStringRef parameterizedAttribute,
-                                                   CFTypeRef parameter, MIRLO_CF_RETURNS_RETAINED CFTypeRef* result);
+                                                   CFTypeRef parameter,
+                                                   MIRLO_CF_RETURNS_RETAINED CFTypeRef _Nullable* _Nonnull result);
 AXError AXUIElementIsAttributeSettable(AXUIElementRef element, CFStringRef attribute, Boolean* settable);
 AXError AXUIElementSetAttributeValue(AXUIElementRef element, CFStringRef attribute, CFTypeRef value);
+// On the system-wide element, the time-out of every later request of this process.
+AXError AXUIElementSetMessagingTimeout(AXUIElementRef element, float timeoutInSeconds);
 
 CFTypeID AXValueGetTypeID(void);
-MIRLO_CF_RETURNS_RETAINED AXValueRef AXValueCreate(AXValueType theType, const void* valuePtr);
+MIRLO_CF_RETURNS_RETAINED AXValueRef _Nullable AXValueCreate(AXValueType theType, const void* valuePtr);
 AXValueType AXValueGetType(AXValueRef value);
 Boolean AXValueGetValue(AXValueRef value, AXValueType theType, void* valuePtr);
+
+#pragma clang assume_nonnull end
 
 #ifdef __cplusplus
 }
