@@ -3,6 +3,8 @@
 #import <AppKit/AppKit.h>
 #import <QuartzCore/QuartzCore.h>
 
+#include "platform/mac/ns.h"
+
 #include <cmath>
 #include <functional>
 #include <utility>
@@ -16,16 +18,13 @@ using mirlo::ViewKind;
 
 namespace {
 
+// What AppKit shows for a text that is not UTF-8 (the core never makes one): nothing.
 NSString* nsString(const std::string& text) {
-  NSString* string = [[[NSString alloc] initWithBytes:text.data() length:text.size()
-                                             encoding:NSUTF8StringEncoding] autorelease];
+  NSString* string = mirlo::mac::makeNSString(text);
   return string ? string : @"";
 }
 
-std::string stdString(NSString* string) {
-  const char* utf8 = string ? [string UTF8String] : nullptr;
-  return utf8 ? std::string(utf8) : std::string();
-}
+std::string stdString(NSString* string) { return mirlo::mac::utf8Of(string).value_or(std::string()); }
 
 NSColor* nsColor(const Color& c) { return [NSColor colorWithSRGBRed:c.red green:c.green blue:c.blue alpha:c.alpha]; }
 
