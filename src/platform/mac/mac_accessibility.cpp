@@ -91,8 +91,19 @@ CFOwned<CFTypeRef> toCF(const mirlo::AXValue& value) {
   return {};
 }
 
+// How long one request may wait for another application's answer. The system's own limit is
+// several seconds, during which the main thread (card, menu, hot keys) would stand still behind an
+// application that hangs; a request that runs out fails like any other, and the caller falls back.
+constexpr float kMessagingTimeoutSeconds = 1.0f;
+
 class MacAccessibility final : public Accessibility {
  public:
+  // Set on the system-wide element, the limit applies to every request this process makes.
+  MacAccessibility() {
+    CFOwned<AXUIElementRef> systemWide(AXUIElementCreateSystemWide());
+    if (systemWide) AXUIElementSetMessagingTimeout(systemWide.get(), kMessagingTimeoutSeconds);
+  }
+
   bool isProcessTrusted() override { return AXIsProcessTrusted(); }
 
   bool isProcessTrustedWithOptions(bool prompt) override {
