@@ -513,6 +513,10 @@ class MacCardPanel final : public CardPanel {
     [panel_ setHasShadow:style.hasShadow ? YES : NO];
     [panel_ setHidesOnDeactivate:style.hidesOnDeactivate ? YES : NO];
     [panel_ setIgnoresMouseEvents:style.ignoresMouseEvents ? YES : NO];
+    // Beside a selection in a full-screen application too: without these, a panel of another
+    // application stays out of that application's Space.
+    const NSWindowCollectionBehavior everySpace = NSWindowCollectionBehaviorCanJoinAllSpaces;
+    [panel_ setCollectionBehavior:everySpace | NSWindowCollectionBehaviorFullScreenAuxiliary];
     const Rect& r = style.contentRect;
     NSView* content = [[[NSView alloc] initWithFrame:NSMakeRect(0, 0, r.width, r.height)] autorelease];
     [content setWantsLayer:YES];
