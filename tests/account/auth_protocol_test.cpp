@@ -18,7 +18,6 @@ using testing::SimWorld;
 
 constexpr const char* kService = "io.mirlo.app.session";
 constexpr const char* kPasswordPath = "/auth/v1/token?grant_type=password";
-constexpr const char* kSignupPath = "/auth/v1/signup";
 constexpr const char* kRefreshPath = "/auth/v1/token?grant_type=refresh_token";
 
 long changes(SimWorld& w) {

@@ -22,6 +22,13 @@ enum : unsigned long long {
   NSEventMaskScrollWheel = 1ull << 22,
 };
 
+// Modifier flags under their current names (GNUstep has NSShiftKeyMask and NSCommandKeyMask with
+// the same values). NSEventModifierFlags is an options type: the integer itself in C++.
+enum : NSEventModifierFlags {
+  NSEventModifierFlagShift = 1 << 17,
+  NSEventModifierFlagCommand = 1 << 20,
+};
+
 @interface NSEvent (MirloCurrentAppKit)
 + (id)addGlobalMonitorForEventsMatchingMask:(NSEventMask)mask handler:(void (^)(NSEvent* event))block;
 + (id)addLocalMonitorForEventsMatchingMask:(NSEventMask)mask handler:(NSEvent* (^)(NSEvent* event))block;

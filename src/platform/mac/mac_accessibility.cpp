@@ -46,14 +46,14 @@ mirlo::AXValue fromCF(CFTypeRef value) {
   if (type == AXValueGetTypeID()) {
     auto axValue = static_cast<AXValueRef>(value);
     switch (AXValueGetType(axValue)) {
-      case kAXValueCFRangeType: {
+      case kAXValueTypeCFRange: {
         CFRange range;
-        if (AXValueGetValue(axValue, kAXValueCFRangeType, &range)) return AXRange{range.location, range.length};
+        if (AXValueGetValue(axValue, kAXValueTypeCFRange, &range)) return AXRange{range.location, range.length};
         break;
       }
-      case kAXValueCGRectType: {
+      case kAXValueTypeCGRect: {
         CGRect rect;
-        if (AXValueGetValue(axValue, kAXValueCGRectType, &rect))
+        if (AXValueGetValue(axValue, kAXValueTypeCGRect, &rect))
           return Rect{rect.origin.x, rect.origin.y, rect.size.width, rect.size.height};
         break;
       }
@@ -74,11 +74,11 @@ CFOwned<CFTypeRef> toCF(const mirlo::AXValue& value) {
   }
   if (auto* range = std::get_if<AXRange>(&value)) {
     const CFRange cfRange = CFRangeMake(static_cast<CFIndex>(range->location), static_cast<CFIndex>(range->length));
-    return CFOwned<CFTypeRef>(AXValueCreate(kAXValueCFRangeType, &cfRange));
+    return CFOwned<CFTypeRef>(AXValueCreate(kAXValueTypeCFRange, &cfRange));
   }
   if (auto* rect = std::get_if<Rect>(&value)) {
     const CGRect cgRect = CGRectMake(rect->x, rect->y, rect->width, rect->height);
-    return CFOwned<CFTypeRef>(AXValueCreate(kAXValueCGRectType, &cgRect));
+    return CFOwned<CFTypeRef>(AXValueCreate(kAXValueTypeCGRect, &cgRect));
   }
   if (auto* flag = std::get_if<bool>(&value)) {
     CFTypeRef constant = *flag ? kCFBooleanTrue : kCFBooleanFalse;
@@ -91,8 +91,19 @@ CFOwned<CFTypeRef> toCF(const mirlo::AXValue& value) {
   return {};
 }
 
+// How long one request may wait for another application's answer. The system's own limit is
+// several seconds, during which the main thread (card, menu, hot keys) would stand still behind an
+// application that hangs; a request that runs out fails like any other, and the caller falls back.
+constexpr float kMessagingTimeoutSeconds = 1.0f;
+
 class MacAccessibility final : public Accessibility {
  public:
+  // Set on the system-wide element, the limit applies to every request this process makes.
+  MacAccessibility() {
+    CFOwned<AXUIElementRef> systemWide(AXUIElementCreateSystemWide());
+    if (systemWide) AXUIElementSetMessagingTimeout(systemWide.get(), kMessagingTimeoutSeconds);
+  }
+
   bool isProcessTrusted() override { return AXIsProcessTrusted(); }
 
   bool isProcessTrustedWithOptions(bool prompt) override {

@@ -2,6 +2,8 @@
 
 #import <AppKit/AppKit.h>
 
+#include "platform/mac/ns.h"
+
 namespace mirlo::mac {
 
 namespace {
@@ -9,19 +11,13 @@ namespace {
 class MacClipboard final : public Clipboard {
  public:
   std::optional<std::string> readText() override {
-    NSString* text = [[NSPasteboard generalPasteboard] stringForType:NSPasteboardTypeString];
-    if (!text) return std::nullopt;
-    const char* utf8 = [text UTF8String];
-    if (!utf8) return std::nullopt;
-    return std::string(utf8);
+    return utf8Of([[NSPasteboard generalPasteboard] stringForType:NSPasteboardTypeString]);
   }
 
   void clear() override { [[NSPasteboard generalPasteboard] clearContents]; }
 
   void putText(const std::string& text) override {
-    NSString* string = [[[NSString alloc] initWithBytes:text.data()
-                                                 length:text.size()
-                                               encoding:NSUTF8StringEncoding] autorelease];
+    NSString* string = makeNSString(text);
     if (!string) return;
     [[NSPasteboard generalPasteboard] setString:string forType:NSPasteboardTypeString];
   }

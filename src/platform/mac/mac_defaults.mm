@@ -2,13 +2,11 @@
 
 #import <Foundation/Foundation.h>
 
+#include "platform/mac/ns.h"
+
 namespace mirlo::mac {
 
 namespace {
-
-NSString* stringOf(const std::string& text) {
-  return [[[NSString alloc] initWithBytes:text.data() length:text.size() encoding:NSUTF8StringEncoding] autorelease];
-}
 
 class MacDefaults final : public Defaults {
  public:
@@ -18,24 +16,23 @@ class MacDefaults final : public Defaults {
   MacDefaults(const MacDefaults&) = delete;
   MacDefaults& operator=(const MacDefaults&) = delete;
 
-  bool hasObject(const std::string& key) override { return [defaults_ objectForKey:stringOf(key)] != nil; }
+  bool hasObject(const std::string& key) override { return [defaults_ objectForKey:makeNSString(key)] != nil; }
 
-  bool boolForKey(const std::string& key) override { return [defaults_ boolForKey:stringOf(key)]; }
+  bool boolForKey(const std::string& key) override { return [defaults_ boolForKey:makeNSString(key)]; }
 
-  void setBool(const std::string& key, bool value) override { [defaults_ setBool:value forKey:stringOf(key)]; }
+  void setBool(const std::string& key, bool value) override { [defaults_ setBool:value forKey:makeNSString(key)]; }
 
+  // A string only: NSUserDefaults' own stringForKey: would turn a stored number into its digits.
   std::optional<std::string> stringForKey(const std::string& key) override {
-    NSString* value = [defaults_ stringForKey:stringOf(key)];
-    if (!value) return std::nullopt;
-    const char* utf8 = [value UTF8String];
-    if (!utf8) return std::nullopt;
-    return std::string(utf8);
+    id value = [defaults_ objectForKey:makeNSString(key)];
+    if (![value isKindOfClass:[NSString class]]) return std::nullopt;
+    return utf8Of(static_cast<NSString*>(value));
   }
 
   void setString(const std::string& key, const std::string& value) override {
-    NSString* string = stringOf(value);
+    NSString* string = makeNSString(value);
     if (!string) return;
-    [defaults_ setObject:string forKey:stringOf(key)];
+    [defaults_ setObject:string forKey:makeNSString(key)];
   }
 
  private:

@@ -10,6 +10,7 @@
 #include "app/app_delegate.h"
 #include "app/launch.h"
 #include "platform/mac/mac_platform.h"
+#include "platform/mac/ns.h"
 
 @interface MirloApplicationDelegate : NSObject <NSApplicationDelegate> {
   mirlo::App* app_;
@@ -41,12 +42,45 @@
 
 - (void)handleURLEvent:(NSAppleEventDescriptor*)event withReplyEvent:(NSAppleEventDescriptor*)reply {
   (void)reply;
-  std::optional<std::string> url;
-  NSString* direct = [[event paramDescriptorForKeyword:keyDirectObject] stringValue];
-  if (const char* utf8 = direct ? [direct UTF8String] : nullptr) url = std::string(utf8);
-  app_->delegate().handleURLEvent(url);
+  app_->delegate().handleURLEvent(mirlo::mac::utf8Of([[event paramDescriptorForKeyword:keyDirectObject] stringValue]));
 }
 @end
+
+namespace {
+
+NSMenuItem* menuItem(const char* title, SEL action, NSString* key, NSEventModifierFlags modifiers) {
+  NSMenuItem* item = [[[NSMenuItem alloc] initWithTitle:mirlo::mac::makeNSString(title)
+                                                 action:action
+                                          keyEquivalent:key] autorelease];
+  [item setKeyEquivalentModifierMask:modifiers];
+  return item;
+}
+
+// AppKit delivers Command-key equivalents (Command+V in a text field, Command+W on a window)
+// through the items of the main menu; without them the sign-in fields would take no paste. An
+// accessory application shows no menu bar, so this menu is never seen: its items, with no target,
+// act on whatever text field or window has the keyboard.
+NSMenu* makeMainMenu() {
+  const NSEventModifierFlags command = NSEventModifierFlagCommand;
+  NSMenu* edit = [[[NSMenu alloc] initWithTitle:mirlo::mac::makeNSString("Édition")] autorelease];
+  [edit addItem:menuItem("Annuler", @selector(undo:), @"z", command)];
+  [edit addItem:menuItem("Rétablir", @selector(redo:), @"z", command | NSEventModifierFlagShift)];
+  [edit addItem:[NSMenuItem separatorItem]];
+  [edit addItem:menuItem("Couper", @selector(cut:), @"x", command)];
+  [edit addItem:menuItem("Copier", @selector(copy:), @"c", command)];
+  [edit addItem:menuItem("Coller", @selector(paste:), @"v", command)];
+  [edit addItem:menuItem("Tout sélectionner", @selector(selectAll:), @"a", command)];
+  [edit addItem:[NSMenuItem separatorItem]];
+  [edit addItem:menuItem("Fermer la fenêtre", @selector(performClose:), @"w", command)];
+
+  NSMenu* main = [[[NSMenu alloc] initWithTitle:@""] autorelease];
+  NSMenuItem* editItem = menuItem("Édition", nullptr, @"", 0);
+  [editItem setSubmenu:edit];
+  [main addItem:editItem];
+  return main;
+}
+
+}  // namespace
 
 int main() {
   @autoreleasepool {
@@ -58,6 +92,7 @@ int main() {
       MirloApplicationDelegate* delegate = [[MirloApplicationDelegate alloc] initWithApp:&app];
       [application setDelegate:delegate];
       [application setActivationPolicy:NSApplicationActivationPolicyAccessory];
+      [application setMainMenu:makeMainMenu()];
       [application run];
       [application setDelegate:nil];
       [delegate release];

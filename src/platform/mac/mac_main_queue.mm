@@ -13,7 +13,7 @@ namespace {
 class MacTimer final : public Timer {
  public:
   explicit MacTimer(NSTimer* timer) : timer_([timer retain]) {}
-  ~MacTimer() override { [timer_ release]; }  // the run loop keeps a scheduled timer on its own
+  ~MacTimer() override { [timer_ release]; }  // the run loop keeps a timer it runs on its own
   MacTimer(const MacTimer&) = delete;
   MacTimer& operator=(const MacTimer&) = delete;
 
@@ -40,11 +40,14 @@ class MacMainQueue final : public MainQueue {
   }
 
   std::shared_ptr<Timer> scheduleTimer(double interval, bool repeats, Task action) override {
-    NSTimer* timer = [NSTimer scheduledTimerWithTimeInterval:interval
-                                                     repeats:repeats ? YES : NO
-                                                       block:^(NSTimer*) {
-                                                         action();
-                                                       }];
+    NSTimer* timer = [NSTimer timerWithTimeInterval:interval
+                                            repeats:repeats ? YES : NO
+                                              block:^(NSTimer*) {
+                                                action();
+                                              }];
+    // In the common modes, where the main dispatch queue runs its tasks too: a timer scheduled in
+    // the default mode only would not fire while a menu is open or a window is being moved.
+    [[NSRunLoop mainRunLoop] addTimer:timer forMode:NSRunLoopCommonModes];
     return std::make_shared<MacTimer>(timer);
   }
 

@@ -3,6 +3,8 @@
 #import <AppKit/AppKit.h>
 #import <QuartzCore/QuartzCore.h>
 
+#include "platform/mac/ns.h"
+
 #include <cmath>
 #include <functional>
 #include <utility>
@@ -16,16 +18,13 @@ using mirlo::ViewKind;
 
 namespace {
 
+// What AppKit shows for a text that is not UTF-8 (the core never makes one): nothing.
 NSString* nsString(const std::string& text) {
-  NSString* string = [[[NSString alloc] initWithBytes:text.data() length:text.size()
-                                             encoding:NSUTF8StringEncoding] autorelease];
+  NSString* string = mirlo::mac::makeNSString(text);
   return string ? string : @"";
 }
 
-std::string stdString(NSString* string) {
-  const char* utf8 = string ? [string UTF8String] : nullptr;
-  return utf8 ? std::string(utf8) : std::string();
-}
+std::string stdString(NSString* string) { return mirlo::mac::utf8Of(string).value_or(std::string()); }
 
 NSColor* nsColor(const Color& c) { return [NSColor colorWithSRGBRed:c.red green:c.green blue:c.blue alpha:c.alpha]; }
 
@@ -514,6 +513,10 @@ class MacCardPanel final : public CardPanel {
     [panel_ setHasShadow:style.hasShadow ? YES : NO];
     [panel_ setHidesOnDeactivate:style.hidesOnDeactivate ? YES : NO];
     [panel_ setIgnoresMouseEvents:style.ignoresMouseEvents ? YES : NO];
+    // Beside a selection in a full-screen application too: without these, a panel of another
+    // application stays out of that application's Space.
+    const NSWindowCollectionBehavior everySpace = NSWindowCollectionBehaviorCanJoinAllSpaces;
+    [panel_ setCollectionBehavior:everySpace | NSWindowCollectionBehaviorFullScreenAuxiliary];
     const Rect& r = style.contentRect;
     NSView* content = [[[NSView alloc] initWithFrame:NSMakeRect(0, 0, r.width, r.height)] autorelease];
     [content setWantsLayer:YES];

@@ -2,6 +2,8 @@
 
 #import <AppKit/AppKit.h>
 
+#include "platform/mac/ns.h"
+
 #include <vector>
 
 namespace mirlo::mac {
@@ -11,9 +13,7 @@ namespace {
 RunningApp runningAppOf(NSRunningApplication* application) {
   RunningApp app;
   app.pid = [application processIdentifier];
-  if (NSString* identifier = [application bundleIdentifier]) {
-    if (const char* utf8 = [identifier UTF8String]) app.bundleIdentifier = std::string(utf8);
-  }
+  if (auto identifier = utf8Of([application bundleIdentifier])) app.bundleIdentifier = *identifier;
   return app;
 }
 
@@ -54,8 +54,7 @@ class MacWorkspace final : public Workspace {
   }
 
   bool openURL(const std::string& url) override {
-    NSString* string = [[[NSString alloc] initWithBytes:url.data() length:url.size()
-                                               encoding:NSUTF8StringEncoding] autorelease];
+    NSString* string = makeNSString(url);
     NSURL* address = string ? [NSURL URLWithString:string] : nil;
     if (!address) return false;
     return [[NSWorkspace sharedWorkspace] openURL:address];

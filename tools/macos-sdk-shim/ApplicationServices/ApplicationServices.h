@@ -9,8 +9,7 @@
 extern "C" {
 #endif
 
-typedef int32_t AXError;
-enum {
+typedef CF_ENUM(int32_t, AXError) {
   kAXErrorSuccess = 0,
   kAXErrorFailure = -25200,
   kAXErrorIllegalArgument = -25201,
@@ -32,37 +31,52 @@ enum {
 typedef const struct __AXUIElement* AXUIElementRef;
 typedef const struct __AXValue* AXValueRef;
 
-typedef UInt32 AXValueType;
-enum {
-  kAXValueCGPointType = 1,
-  kAXValueCGSizeType = 2,
-  kAXValueCGRectType = 3,
-  kAXValueCFRangeType = 4,
-  kAXValueAXErrorType = 5,
-  kAXValueIllegalType = 0,
+// A distinct enumeration type since macOS 10.11; the older names are plain integer constants, which
+// C++ does not convert to it.
+typedef CF_ENUM(UInt32, AXValueType) {
+  kAXValueTypeCGPoint = 1,
+  kAXValueTypeCGSize = 2,
+  kAXValueTypeCGRect = 3,
+  kAXValueTypeCFRange = 4,
+  kAXValueTypeAXError = 5,
+  kAXValueTypeIllegal = 0,
 };
+static const UInt32 kAXValueCGPointType = kAXValueTypeCGPoint;
+static const UInt32 kAXValueCGSizeType = kAXValueTypeCGSize;
+static const UInt32 kAXValueCGRectType = kAXValueTypeCGRect;
+static const UInt32 kAXValueCFRangeType = kAXValueTypeCFRange;
+static const UInt32 kAXValueAXErrorType = kAXValueTypeAXError;
+static const UInt32 kAXValueIllegalType = kAXValueTypeIllegal;
 
-extern const CFStringRef kAXTrustedCheckOptionPrompt;
+#pragma clang assume_nonnull begin
+
+extern CFStringRef kAXTrustedCheckOptionPrompt;  // macOS 10.9
 
 // The documented ownership rule, stated for the static analyzer: Create and Copy give +1.
 #define MIRLO_CF_RETURNS_RETAINED __attribute__((cf_returns_retained))
 
 Boolean AXIsProcessTrusted(void);
-Boolean AXIsProcessTrustedWithOptions(CFDictionaryRef options);
+Boolean AXIsProcessTrustedWithOptions(CFDictionaryRef _Nullable options);  // macOS 10.9
 
 CFTypeID AXUIElementGetTypeID(void);
 MIRLO_CF_RETURNS_RETAINED AXUIElementRef AXUIElementCreateSystemWide(void);
 MIRLO_CF_RETURNS_RETAINED AXUIElementRef AXUIElementCreateApplication(pid_t pid);
-AXError AXUIElementCopyAttributeValue(AXUIElementRef element, CFStringRef attribute, MIRLO_CF_RETURNS_RETAINED CFTypeRef* value);
+AXError AXUIElementCopyAttributeValue(AXUIElementRef element, CFStringRef attribute,
+                                      MIRLO_CF_RETURNS_RETAINED CFTypeRef _Nullable* _Nonnull value);
 AXError AXUIElementCopyParameterizedAttributeValue(AXUIElementRef element, CFStringRef parameterizedAttribute,
-                                                   CFTypeRef parameter, MIRLO_CF_RETURNS_RETAINED CFTypeRef* result);
+                                                   CFTypeRef parameter,
+                                                   MIRLO_CF_RETURNS_RETAINED CFTypeRef _Nullable* _Nonnull result);
 AXError AXUIElementIsAttributeSettable(AXUIElementRef element, CFStringRef attribute, Boolean* settable);
 AXError AXUIElementSetAttributeValue(AXUIElementRef element, CFStringRef attribute, CFTypeRef value);
+// On the system-wide element, the time-out of every later request of this process.
+AXError AXUIElementSetMessagingTimeout(AXUIElementRef element, float timeoutInSeconds);
 
 CFTypeID AXValueGetTypeID(void);
-MIRLO_CF_RETURNS_RETAINED AXValueRef AXValueCreate(AXValueType theType, const void* valuePtr);
+MIRLO_CF_RETURNS_RETAINED AXValueRef _Nullable AXValueCreate(AXValueType theType, const void* valuePtr);
 AXValueType AXValueGetType(AXValueRef value);
 Boolean AXValueGetValue(AXValueRef value, AXValueType theType, void* valuePtr);
+
+#pragma clang assume_nonnull end
 
 #ifdef __cplusplus
 }

@@ -54,40 +54,55 @@ static inline CGRect CGRectMake(CGFloat x, CGFloat y, CGFloat width, CGFloat hei
 }
 extern const CGRect CGRectZero;
 
+#pragma clang assume_nonnull begin
+
 typedef struct CGColor* CGColorRef;
-CGColorRef CGColorCreateSRGB(CGFloat red, CGFloat green, CGFloat blue, CGFloat alpha);
-void CGColorRelease(CGColorRef color);
+CGColorRef CGColorCreateSRGB(CGFloat red, CGFloat green, CGFloat blue, CGFloat alpha);  // macOS 10.15
+void CGColorRelease(CGColorRef _Nullable color);
 
 typedef struct CGPath* CGMutablePathRef;
 typedef const struct CGPath* CGPathRef;
 typedef struct CGAffineTransform CGAffineTransform;
 CGMutablePathRef CGPathCreateMutable(void);
-void CGPathMoveToPoint(CGMutablePathRef path, const CGAffineTransform* m, CGFloat x, CGFloat y);
-void CGPathAddLineToPoint(CGMutablePathRef path, const CGAffineTransform* m, CGFloat x, CGFloat y);
-void CGPathAddQuadCurveToPoint(CGMutablePathRef path, const CGAffineTransform* m, CGFloat cpx, CGFloat cpy,
-                               CGFloat x, CGFloat y);
-void CGPathRelease(CGPathRef path);
+// A null transform is the identity.
+void CGPathMoveToPoint(CGMutablePathRef _Nullable path, const CGAffineTransform* _Nullable m, CGFloat x, CGFloat y);
+void CGPathAddLineToPoint(CGMutablePathRef _Nullable path, const CGAffineTransform* _Nullable m, CGFloat x, CGFloat y);
+void CGPathAddQuadCurveToPoint(CGMutablePathRef _Nullable path, const CGAffineTransform* _Nullable m, CGFloat cpx,
+                               CGFloat cpy, CGFloat x, CGFloat y);
+void CGPathRelease(CGPathRef _Nullable path);
 
 typedef struct CGImage* CGImageRef;
 
-// Events.
+// Events. The state and tap identifiers are enumerations (distinct types in C++); the flags are
+// options (the integer type itself).
 typedef struct __CGEvent* CGEventRef;
 typedef struct __CGEventSource* CGEventSourceRef;
 typedef uint16_t CGKeyCode;
-typedef uint64_t CGEventFlags;
-typedef int32_t CGEventSourceStateID;
-enum {
+typedef CF_OPTIONS(uint64_t, CGEventFlags) {
+  kCGEventFlagMaskAlphaShift = 0x00010000,
+  kCGEventFlagMaskShift = 0x00020000,
+  kCGEventFlagMaskControl = 0x00040000,
+  kCGEventFlagMaskAlternate = 0x00080000,
+  kCGEventFlagMaskCommand = 0x00100000,
+};
+typedef CF_ENUM(int32_t, CGEventSourceStateID) {
   kCGEventSourceStatePrivate = -1,
   kCGEventSourceStateCombinedSessionState = 0,
   kCGEventSourceStateHIDSystemState = 1,
 };
-typedef uint32_t CGEventTapLocation;
-enum { kCGHIDEventTap = 0, kCGSessionEventTap = 1, kCGAnnotatedSessionEventTap = 2 };
-CGEventSourceRef CGEventSourceCreate(CGEventSourceStateID stateID);
-CGEventRef CGEventCreateKeyboardEvent(CGEventSourceRef source, CGKeyCode virtualKey, bool keyDown);
-void CGEventSetFlags(CGEventRef event, CGEventFlags flags);
-void CGEventPost(CGEventTapLocation tap, CGEventRef event);
+typedef CF_ENUM(uint32_t, CGEventTapLocation) {
+  kCGHIDEventTap = 0,
+  kCGSessionEventTap,
+  kCGAnnotatedSessionEventTap,
+};
+CGEventSourceRef _Nullable CGEventSourceCreate(CGEventSourceStateID stateID);
+// A null source is allowed (the event then carries no source state).
+CGEventRef _Nullable CGEventCreateKeyboardEvent(CGEventSourceRef _Nullable source, CGKeyCode virtualKey, bool keyDown);
+void CGEventSetFlags(CGEventRef _Nullable event, CGEventFlags flags);
+void CGEventPost(CGEventTapLocation tap, CGEventRef _Nullable event);
 CGEventFlags CGEventSourceFlagsState(CGEventSourceStateID stateID);
+
+#pragma clang assume_nonnull end
 
 #ifdef __cplusplus
 }

@@ -5,8 +5,9 @@
 #ifdef __cplusplus
 extern "C" {
 #endif
+#pragma clang assume_nonnull begin
 
-enum {
+CF_ENUM(OSStatus) {
   errSecSuccess = 0,
   errSecParam = -50,
   errSecAllocate = -108,
@@ -27,11 +28,13 @@ extern const CFStringRef kSecReturnData;
 extern const CFStringRef kSecMatchLimit;
 extern const CFStringRef kSecMatchLimitOne;
 
-OSStatus SecItemAdd(CFDictionaryRef attributes, CFTypeRef* result);
+// The result is optional: a null pointer asks for none.
+OSStatus SecItemAdd(CFDictionaryRef attributes, CFTypeRef _Nullable* _Nullable result);
 OSStatus SecItemUpdate(CFDictionaryRef query, CFDictionaryRef attributesToUpdate);
 OSStatus SecItemDelete(CFDictionaryRef query);
-OSStatus SecItemCopyMatching(CFDictionaryRef query, __attribute__((cf_returns_retained)) CFTypeRef* result);
+OSStatus SecItemCopyMatching(CFDictionaryRef query, __attribute__((cf_returns_retained)) CFTypeRef _Nullable* _Nullable result);
 
+#pragma clang assume_nonnull end
 #ifdef __cplusplus
 }
 #endif
