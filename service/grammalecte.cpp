@@ -281,6 +281,7 @@ struct Candidate {
 
 // The suggestions worth trying for a word, closest first.
 std::vector<Candidate> rank(const std::string& typed, const WordSuggestions& found) {
+  if (found.valid) return {};
   const auto typedCps = decode(typed);
   const auto typedLower = lowered(typedCps);
   const std::size_t letters = letterCount(typedCps);
@@ -442,6 +443,9 @@ std::optional<std::string> correctFrench(std::string_view text, FrenchChecker& c
       Sentence* sentence;
       std::size_t start, end;
       std::string word;
+      // "pensez-vuos": the parts of a hyphenated word are looked up alone, which is quicker and
+      // keeps the known parts as typed.
+      std::vector<std::string> parts;
     };
     std::vector<Misspelling> misspellings;
     std::vector<std::string> words;
@@ -461,8 +465,17 @@ std::optional<std::string> correctFrench(std::string_view text, FrenchChecker& c
         if (capital && issue.start != first) continue;
         if (capital && letters > 1 && static_cast<std::size_t>(std::count_if(cps.begin(), cps.end(), isUpper)) == letters)
           continue;
-        misspellings.push_back({&s, issue.start, issue.end, word});
-        if (wordIndex.emplace(word, words.size()).second) words.push_back(word);
+        std::vector<std::string> parts;
+        for (std::size_t from = 0;;) {
+          const auto hyphen = word.find('-', from);
+          parts.push_back(word.substr(from, hyphen == std::string::npos ? std::string::npos : hyphen - from));
+          if (hyphen == std::string::npos) break;
+          from = hyphen + 1;
+        }
+        if (std::any_of(parts.begin(), parts.end(), [](const std::string& p) { return p.empty(); })) parts = {word};
+        for (const auto& part : parts)
+          if (wordIndex.emplace(part, words.size()).second) words.push_back(part);
+        misspellings.push_back({&s, issue.start, issue.end, word, std::move(parts)});
       }
     }
     if (!words.empty()) {
@@ -479,8 +492,25 @@ std::optional<std::string> correctFrench(std::string_view text, FrenchChecker& c
       std::vector<Choice> choices;
       std::map<Sentence*, std::vector<std::tuple<std::size_t, std::size_t, std::string>>> fixes;
       for (const auto& m : misspellings) {
-        if (wordIndex[m.word] >= suggestions.size()) continue;  // not reached in time
-        const auto candidates = rank(m.word, suggestions[wordIndex[m.word]]);
+        std::vector<Candidate> candidates;
+        if (m.parts.size() == 1) {
+          if (wordIndex[m.word] >= suggestions.size()) continue;  // not reached in time
+          candidates = rank(m.word, suggestions[wordIndex[m.word]]);
+        } else {
+          // Each unknown part takes its closest word; agreement is settled by the grammar after.
+          Candidate whole{"", 0};
+          bool complete = true;
+          for (const auto& part : m.parts) {
+            const std::size_t at = wordIndex[part];
+            if (at >= suggestions.size()) complete = false;
+            if (!complete) break;
+            const auto ranked = suggestions[at].valid ? std::vector<Candidate>{} : rank(part, suggestions[at]);
+            if (!suggestions[at].valid && ranked.empty()) complete = false;
+            whole.word += (whole.word.empty() ? "" : "-") + (ranked.empty() ? part : ranked.front().word);
+            whole.cost += ranked.empty() ? 0 : ranked.front().cost;
+          }
+          if (complete && whole.word != m.word) candidates.push_back(std::move(whole));
+        }
         if (candidates.empty()) continue;
         std::vector<Candidate> band;
         for (const auto& c : candidates)
@@ -501,12 +531,19 @@ std::optional<std::string> correctFrench(std::string_view text, FrenchChecker& c
         choices.push_back(std::move(choice));
       }
       if (!checkCandidates(choices)) return std::nullopt;
-      for (const auto& c : choices)
-        fixes[c.sentence].emplace_back(c.start, c.end, c.replacements[best(c).value_or(0)]);
+      std::map<Sentence*, CheckReport> checked;  // the report of the candidate chosen, when it was checked
+      for (auto& c : choices) {
+        const auto chosen = best(c);
+        fixes[c.sentence].emplace_back(c.start, c.end, c.replacements[chosen.value_or(0)]);
+        if (chosen) checked[c.sentence] = std::move(*c.reports[*chosen]);
+      }
       for (auto& [sentence, list] : fixes) {
         std::sort(list.begin(), list.end(), [](const auto& a, const auto& b) { return std::get<0>(a) > std::get<0>(b); });
         for (const auto& [start, end, word] : list) sentence->text = replaced(sentence->text, start, end, word);
-        sentence->stale = true;
+        // A sentence with one fix, chosen by checking it, needs no checking again.
+        const auto known = checked.find(sentence);
+        sentence->stale = list.size() > 1 || known == checked.end();
+        if (!sentence->stale) sentence->issues = std::move(known->second.issues);
       }
     }
   }
@@ -700,6 +737,7 @@ std::optional<std::vector<WordSuggestions>> GrammalecteSession::suggest(const st
   for (const auto& s : (*answer)["suggestions"]) {
     WordSuggestions w;
     if (s.is_object()) {
+      w.valid = s.contains("valid") && s["valid"].is_boolean() && s["valid"].get<bool>();
       if (s.contains("near")) w.near = strings(s["near"], 40);
       if (s.contains("edits")) w.edits = strings(s["edits"], 60);
       if (s.contains("far")) w.far = strings(s["far"], 20);

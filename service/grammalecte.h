@@ -32,6 +32,7 @@ struct CheckReport {
 // search, given only when the others found nothing.
 struct WordSuggestions {
   std::vector<std::string> near, edits, far;
+  bool valid = false;  // the word is known after all (as the checker spells it)
 };
 
 class FrenchChecker {

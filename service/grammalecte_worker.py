@@ -9,10 +9,12 @@ gets exactly one answer line, in order:
                                          "grammar": [{"start", "end", "rule", "type", "suggestions"}],
                                          "spelling": [{"start", "end"}]}
                                         or {"error": "…"}, …]}
-  {"suggest": [word, …]}  → {"suggestions": [{"near": […], "edits": […], "far": […]}, …]}
+  {"suggest": [word, …]}  → {"suggestions": [{"near": […], "edits": […], "far": […]}
+                                             or {"valid": true}, …]}
 
 "near" are Grammalecte's look-alikes (accents, sounds, doubled letters, apostrophes), "edits" the
 words one slip of the finger away, "far" its full search, made only when the others found nothing.
+Words are looked up in small letters and with typographic apostrophes.
 
 Offsets count Unicode code points. The service decides what to change; this program only reports
 what Grammalecte sees. It ends when the service closes its end of the channel.
@@ -75,7 +77,9 @@ class Checker:
         return bool(apostrophe) and head in ELIDED and tail[:1] in VOWELS and self.speller.isValid(tail)
 
     def suggest(self, word):
-        lower = word.lower()
+        lower = word.lower().replace("'", "’")
+        if self.valid(lower):
+            return {"valid": True}
         near = []
         # Grammalecte's own first pass, quick, where accents, sounds, doubled letters and missing
         # apostrophes cost nothing; its full search is much slower and only runs when nothing is
@@ -88,12 +92,55 @@ class Checker:
         except (ImportError, AttributeError, TypeError):
             pass
         # Every word one slip of the finger away: a letter missing, added, swapped or replaced.
-        edits = [candidate for candidate in sorted(one_edit_away(lower)) if self.valid(candidate)]
+        try:
+            edits = sorted(self.one_edit_away(lower))
+        except AttributeError:  # a Grammalecte whose word graph is laid out otherwise
+            edits = [candidate for candidate in sorted(one_edit_away(lower)) if self.valid(candidate)]
         far = []
         if not near and not edits:
             for group in self.speller.suggest(lower):
                 far.extend(group)
         return {"near": near[:20], "edits": edits[:40], "far": list(dict.fromkeys(far))[:12]}
+
+
+    def one_edit_away(self, word):
+        """The known words one edit away from <word>, found by walking Grammalecte's word graph
+        once along the word instead of looking up every possible edit."""
+        graph = self.speller.oMainDic
+        nodes, final, codes, follow = graph.lByDic, graph._finalNodeMask, graph.dChar, graph._lookupArcNode
+
+        def known(address, tail):
+            for c in tail:
+                code = codes.get(c)
+                address = None if code is None else follow(code, address)
+                if address is None:
+                    return False
+            return bool(nodes[address] & final)
+
+        found = set()
+        address = 0
+        for i in range(len(word) + 1):
+            head, tail = word[:i], word[i:]
+            arcs = [(c, a) for c, a in graph._getCharArcs(address) if c in LETTERS or c in "’-"]
+            found.update(head + c + tail for c, a in arcs if known(a, tail))  # a letter added
+            if not tail:
+                break
+            if known(address, tail[1:]):
+                found.add(head + tail[1:])  # a letter missing
+            found.update(head + c + tail[1:] for c, a in arcs if c != tail[0] and known(a, tail[1:]))
+            if len(tail) > 1 and tail[0] != tail[1] and known(address, tail[1] + tail[0] + tail[2:]):
+                found.add(head + tail[1] + tail[0] + tail[2:])  # two letters swapped
+            code = codes.get(tail[0])
+            address = None if code is None else follow(code, address)
+            if address is None:
+                break
+        # "jai" is "j’ai": the elided words are not entries of their own.
+        for i in range(1, min(len(word), 6)):
+            head, tail = word[:i], word[i:]
+            if head in ELIDED and tail[:1] in VOWELS and self.speller.isValid(tail):
+                found.add(head + "’" + tail)
+        found.discard(word)
+        return found
 
 
 def one_edit_away(word):
