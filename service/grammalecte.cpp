@@ -41,7 +41,7 @@ char32_t base(char32_t c) {
   utf8proc_int32_t last = 0;
   const auto n = utf8proc_decompose_char(static_cast<utf8proc_int32_t>(c), out, 4,
                                          static_cast<utf8proc_option_t>(UTF8PROC_DECOMPOSE), &last);
-  return n >= 1 ? static_cast<char32_t>(out[0]) : c;
+  return n >= 1 && n <= 4 ? static_cast<char32_t>(out[0]) : c;
 }
 
 std::u32string decode(std::string_view s) {
@@ -548,8 +548,9 @@ std::optional<std::string> correctFrench(std::string_view text, FrenchChecker& c
     }
   }
 
-  // Then grammar, one fix at a time per sentence, each checked again, until nothing is left to fix.
-  for (int round = 0; round < kMaxGrammarRounds; ++round) {
+  // Then grammar, one fix at a time per sentence, each checked again, until nothing is left to
+  // fix. Each round starts by checking what the last one changed, the last round included.
+  for (int round = 0;; ++round) {
     std::vector<Sentence*> stale;
     for (auto& s : sentences)
       if (!s.done && s.stale) stale.push_back(&s);
@@ -561,20 +562,17 @@ std::optional<std::string> correctFrench(std::string_view text, FrenchChecker& c
       for (std::size_t i = 0; i < stale.size(); ++i) {
         Sentence& s = *stale[i];
         s.stale = false;
-        if (!(*found)[i]) {
-          s.done = true;
-          continue;
-        }
-        s.issues = std::move((*found)[i]->issues);
-        if (s.fixPending && errorCount(s.issues) >= errorCount(s.issuesBeforeFix)) {
+        if ((*found)[i]) s.issues = std::move((*found)[i]->issues);
+        if (s.fixPending && (!(*found)[i] || errorCount(s.issues) >= errorCount(s.issuesBeforeFix))) {
           s.text = s.beforeFix;  // the fix made nothing better: the sentence stays as it was
           s.issues = s.issuesBeforeFix;
           s.done = true;
         }
+        if (!(*found)[i]) s.done = true;
         s.fixPending = false;
       }
     }
-    if (!refining()) break;
+    if (round == kMaxGrammarRounds || !refining()) break;
 
     std::vector<Choice> choices;
     bool changed = false;
