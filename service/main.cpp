@@ -2,6 +2,8 @@
 #include <signal.h>
 #include <sys/stat.h>
 
+#include <atomic>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -20,6 +22,8 @@ const char* const kUsage = R"(Usage: mirlo-service [options]
   --public-url URL         address clients use (default http://HOST:PORT)
   --announce-version V     version offered by /version.json (default: this build's version)
   --set-plan EMAIL PLAN    change an account's plan (gratuit, pro_mensuel, pro_annuel, lifetime) and exit
+  --engine NAME            grammalecte (default) or hunspell (spelling only, for comparison)
+  --engine-processes N     corrections made at the same time, one Grammalecte process each (default 2)
 Environment:
   MIRLO_REPHRASE_URL, MIRLO_REPHRASE_MODEL, MIRLO_REPHRASE_KEY
                            an OpenAI-compatible endpoint for "rephrase" (e.g. http://127.0.0.1:11434/v1)
@@ -67,10 +71,18 @@ int main(int argc, char** argv) {
     else if (a == "--public-url") config.publicUrl = next();
     else if (a == "--announce-version") config.announcedVersion = next();
     else if (a == "--set-plan") setPlanEmail = next(), setPlanName = next();
+    else if (a == "--engine") {
+      const std::string name = next();
+      if (name != "grammalecte" && name != "hunspell")
+        return std::fprintf(stderr, "mirlo-service: unknown engine %s\n%s", name.c_str(), kUsage), 2;
+      config.engine.grammalecte = name == "grammalecte";
+    } else if (a == "--engine-processes") config.engine.processes = std::atoi(next().c_str());
     else if (a == "--help" || a == "-h") return std::fputs(kUsage, stdout), 0;
     else return std::fprintf(stderr, "mirlo-service: unknown option %s\n%s", a.c_str(), kUsage), 2;
   }
   if (config.port <= 0 || config.port > 65535) return std::fprintf(stderr, "mirlo-service: invalid port\n"), 2;
+  if (config.engine.processes < 1 || config.engine.processes > 64)
+    return std::fprintf(stderr, "mirlo-service: --engine-processes wants 1 to 64\n"), 2;
   if (config.dataDir.empty()) config.dataDir = defaultDataDir();
   config.rephrase = {env("MIRLO_REPHRASE_URL"), env("MIRLO_REPHRASE_KEY"), env("MIRLO_REPHRASE_MODEL"), 30};
   if (!env("MIRLO_SERVICE_API_KEY_SECRET").empty()) config.apiKeySecret = env("MIRLO_SERVICE_API_KEY_SECRET");
@@ -112,7 +124,16 @@ int main(int argc, char** argv) {
                config.dataDir.c_str());
   if (!config.rephrase.configured())
     std::fprintf(stderr, "mirlo-service: rephrasing is off (set MIRLO_REPHRASE_URL and MIRLO_REPHRASE_MODEL)\n");
+  // Which checker corrects, once it has loaded (corrections asked for meanwhile wait for it).
+  std::atomic<bool> serving{true};
+  std::thread announce([&] {
+    for (int waited = 0; serving && waited < 60000; waited += 100)
+      if (service->engine().waitUntilSettled(std::chrono::milliseconds(100))) break;
+    if (serving) std::fprintf(stderr, "mirlo-service: %s\n", service->engine().describe().c_str());
+  });
   const bool ok = service->run();
+  serving = false;
+  announce.join();
   std::fprintf(stderr, "mirlo-service: stopped\n");
   return ok ? 0 : 1;
 }

@@ -187,18 +187,16 @@ std::unique_ptr<Service> Service::create(ServiceConfig config, std::string* erro
   if (!secrets) return fail(why);
   auto store = Store::open(config.dataDir + "/service.db", &why, Store::Options{config.maxDatabasePages});
   if (!store) return fail("database " + config.dataDir + "/service.db: " + why);
-  auto speller = config.dictionaryAff.empty() ? Speller::openDefaultFrench()
-                                              : Speller::open(config.dictionaryAff, config.dictionaryDic);
-  if (!speller) return fail("no French Hunspell dictionary found (Debian: apt-get install hunspell-fr)");
+  auto engine = openFrenchEngine(config.engine);  // loads in the background
   return std::unique_ptr<Service>(
-      new Service(std::move(config), std::move(store), std::move(speller), secrets->jwtSecret, secrets->sealKey));
+      new Service(std::move(config), std::move(store), std::move(engine), secrets->jwtSecret, secrets->sealKey));
 }
 
-Service::Service(ServiceConfig config, std::unique_ptr<Store> store, std::unique_ptr<Speller> speller,
+Service::Service(ServiceConfig config, std::unique_ptr<Store> store, std::unique_ptr<CorrectionEngine> engine,
                  std::string jwtSecret, std::string sealKey)
     : config_(std::move(config)),
       store_(std::move(store)),
-      speller_(std::move(speller)),
+      engine_(std::move(engine)),
       rephraser_(config_.rephrase),
       jwtSecret_(std::move(jwtSecret)),
       sealKey_(std::move(sealKey)),
@@ -699,13 +697,21 @@ void Service::correct(const http::Request& req, http::Response& res) {
   }
 
   std::optional<std::string> result;
-  if (mode == "fix") result = speller_->correct(text);
-  else result = rephraser_.rephrase(text);
+  int failureStatus = 502;
+  std::string failure = "La reformulation a échoué, réessaie dans un instant";
+  if (mode == "fix") {
+    auto answer = engine_->correct(text, EngineClock::now() + config_.engine.budget);
+    if (answer.outcome == EngineAnswer::Outcome::corrected) result = std::move(answer.text);
+    else if (answer.outcome == EngineAnswer::Outcome::overBudget)
+      failureStatus = 504, failure = "La correction prend trop de temps, réessaie dans un instant ou avec un texte plus court";
+    else failure = "La correction a échoué, réessaie dans un instant";
+  } else {
+    result = rephraser_.rephrase(text);
+  }
   if (!result || result->empty()) {
     if (store_->release(user.id, day) != StoreStatus::ok)
       std::fprintf(stderr, "storage: cannot give back a correction: %s\n", store_->lastError().c_str());
-    return sendJson(res, 502, withPlan(functionError("upstream", "La reformulation a échoué, réessaie dans un instant"),
-                                       currentUsage()));
+    return sendJson(res, failureStatus, withPlan(functionError("upstream", failure), currentUsage()));
   }
   Json answer = withPlan(Json{{"result", *result}}, reservation.used);
   sendJson(res, 200, answer);

@@ -13,10 +13,10 @@
 #include <vector>
 
 #include "service/crypto.h"
+#include "service/engine.h"
 #include "service/http_server.h"
 #include "service/rephraser.h"
 #include "service/sign_in_limits.h"
-#include "service/speller.h"
 #include "service/store.h"
 
 namespace mirlo::service {
@@ -52,7 +52,7 @@ struct ServiceConfig {
   // Where the browser sign-in may send tokens, besides the service itself and loopback pages.
   std::vector<std::string> redirectAllowList = {"mirlo://auth"};
   RephraseConfig rephrase;
-  std::string dictionaryAff, dictionaryDic;  // empty: the system's French dictionary
+  EngineConfig engine;  // corrections for "fix"
   std::int64_t maxDatabasePages = 0;
   bool accessLog = true;
   // Seconds since the epoch; tests move it forward.
@@ -76,13 +76,14 @@ class Service {
   bool waitUntilReady(int timeoutMs) const;
 
   Store& store() { return *store_; }
+  CorrectionEngine& engine() { return *engine_; }
   const ServiceConfig& config() const { return config_; }
   // The UTC day that usage is counted against, "YYYY-MM-DD".
   std::string today() const;
 
  private:
-  Service(ServiceConfig config, std::unique_ptr<Store> store, std::unique_ptr<Speller> speller, std::string jwtSecret,
-          std::string sealKey);
+  Service(ServiceConfig config, std::unique_ptr<Store> store, std::unique_ptr<CorrectionEngine> engine,
+          std::string jwtSecret, std::string sealKey);
   void routes();
   std::int64_t now() const;
 
@@ -123,7 +124,7 @@ class Service {
 
   ServiceConfig config_;
   std::unique_ptr<Store> store_;
-  std::unique_ptr<Speller> speller_;
+  std::unique_ptr<CorrectionEngine> engine_;
   Rephraser rephraser_;
   std::string jwtSecret_;
   std::string sealKey_;

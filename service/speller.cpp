@@ -157,7 +157,7 @@ std::string Speller::fixWord(const std::string& word, bool sentenceStart) {
   return result;
 }
 
-std::string Speller::correct(std::string_view text) {
+std::optional<std::string> Speller::correct(std::string_view text, std::chrono::steady_clock::time_point deadline) {
   const auto cps = decode(text);
   std::string out;
   out.reserve(text.size() + 16);
@@ -193,6 +193,7 @@ std::string Speller::correct(std::string_view text) {
           ++k;
         const std::size_t wFrom = cps[j].at;
         const std::size_t wTo = k < cps.size() ? cps[k].at : text.size();
+        if (std::chrono::steady_clock::now() >= deadline) return std::nullopt;
         out += fixWord(std::string(text.substr(wFrom, wTo - wFrom)), sentenceStart);
         sentenceStart = false;
         j = k;

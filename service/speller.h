@@ -1,9 +1,11 @@
-// French spelling correction with Hunspell. Only misspelt words are replaced; everything else in
-// the text (spacing, punctuation, case of the other words, line breaks, addresses, numbers) comes
-// back byte for byte.
+// French spelling correction with Hunspell's first suggestions: the fallback when Grammalecte cannot
+// be loaded. Only misspelt words are replaced; everything else in the text (spacing, punctuation,
+// case of the other words, line breaks, addresses, numbers) comes back byte for byte.
 #pragma once
 
+#include <chrono>
 #include <memory>
+#include <optional>
 #include <mutex>
 #include <string>
 #include <string_view>
@@ -23,8 +25,9 @@ class Speller {
   Speller(const Speller&) = delete;
   Speller& operator=(const Speller&) = delete;
 
-  // `text` must be valid UTF-8 (the JSON layer guarantees it).
-  std::string correct(std::string_view text);
+  // `text` must be valid UTF-8 (the JSON layer guarantees it). Nothing once `deadline` has passed:
+  // one unknown word can take Hunspell a tenth of a second.
+  std::optional<std::string> correct(std::string_view text, std::chrono::steady_clock::time_point deadline);
 
  private:
   explicit Speller(std::unique_ptr<Hunspell> h);
