@@ -84,7 +84,7 @@ int main(int argc, char** argv) {
   if (config.engine.processes < 1 || config.engine.processes > 64)
     return std::fprintf(stderr, "mirlo-service: --engine-processes wants 1 to 64\n"), 2;
   if (config.dataDir.empty()) config.dataDir = defaultDataDir();
-  config.rephrase = {env("MIRLO_REPHRASE_URL"), env("MIRLO_REPHRASE_KEY"), env("MIRLO_REPHRASE_MODEL"), 30};
+  config.rephrase = {env("MIRLO_REPHRASE_URL"), env("MIRLO_REPHRASE_KEY"), env("MIRLO_REPHRASE_MODEL")};
   if (!env("MIRLO_SERVICE_API_KEY_SECRET").empty()) config.apiKeySecret = env("MIRLO_SERVICE_API_KEY_SECRET");
 
   if (!setPlanEmail.empty()) {

@@ -25,7 +25,7 @@ std::size_t collect(char* data, std::size_t size, std::size_t count, void* user)
 
 }  // namespace
 
-std::optional<std::string> Rephraser::rephrase(std::string_view text) const {
+std::optional<std::string> Rephraser::rephrase(std::string_view text, bool* overBudget) const {
   if (!configured()) return std::nullopt;
   std::string url = config_.baseUrl;
   while (!url.empty() && url.back() == '/') url.pop_back();
@@ -61,6 +61,7 @@ std::optional<std::string> Rephraser::rephrase(std::string_view text) const {
   curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &status);
   curl_slist_free_all(headers);
   curl_easy_cleanup(curl);
+  if (overBudget) *overBudget = rc == CURLE_OPERATION_TIMEDOUT;
   if (rc != CURLE_OK || status < 200 || status >= 300) return std::nullopt;
 
   const auto parsed = parseJson(answer);

@@ -706,7 +706,10 @@ void Service::correct(const http::Request& req, http::Response& res) {
       failureStatus = 504, failure = "La correction prend trop de temps, réessaie dans un instant ou avec un texte plus court";
     else failure = "La correction a échoué, réessaie dans un instant";
   } else {
-    result = rephraser_.rephrase(text);
+    bool overBudget = false;
+    result = rephraser_.rephrase(text, &overBudget);
+    if (overBudget)
+      failureStatus = 504, failure = "La reformulation prend trop de temps, réessaie dans un instant ou avec un texte plus court";
   }
   if (!result || result->empty()) {
     if (store_->release(user.id, day) != StoreStatus::ok)

@@ -170,6 +170,7 @@ struct HeldModel {
     server.stop();
     thread.join();
   }
+  std::string url() const { return "http://127.0.0.1:" + std::to_string(port) + "/v1"; }
   bool waitForRequest(int n) {
     std::unique_lock lock(mutex);
     return changed.wait_for(lock, std::chrono::seconds(10), [&] { return arrived >= n; });
@@ -191,7 +192,7 @@ struct HeldModel {
 
 TEST_F(HardeningTest, ACorrectionNobodyReceivedIsGivenBack) {
   HeldModel model;
-  restart([&](ServiceConfig& c) { c.rephrase = {"http://127.0.0.1:" + std::to_string(model.port) + "/v1", "", "m", 15}; });
+  restart([&](ServiceConfig& c) { c.rephrase = {model.url(), "", "m", 15}; });
   const std::string token = accountToken("lea@example.fr");
   const std::string sub = claimsOf(token)["sub"];
   auto used = [&] { return service->store().usage(sub, service->today()).value_or(-1); };
@@ -218,6 +219,17 @@ TEST_F(HardeningTest, ACorrectionNobodyReceivedIsGivenBack) {
   EXPECT_EQ(statusOf(answer), 200) << answer;
   EXPECT_EQ(parseJson(bodyOf(answer)).value_or(Json())["result"], "Je te remercie.");
   EXPECT_EQ(used(), 1);
+}
+
+TEST_F(HardeningTest, AModelPastItsTimeIsAClearErrorAndTheCorrectionIsGivenBack) {
+  HeldModel model;
+  restart([&](ServiceConfig& c) { c.rephrase = {model.url(), "", "m", 1}; });
+  const std::string token = accountToken("lea@example.fr");
+  auto r = correct(token, "merci bcp", "rephrase");
+  EXPECT_EQ(r.status, 504) << r.raw;
+  EXPECT_EQ(r.body["code"], "upstream");
+  EXPECT_EQ(r.body["error"], "La reformulation prend trop de temps, réessaie dans un instant ou avec un texte plus court");
+  EXPECT_EQ(r.body["usage"]["used"], 0);
 }
 
 }  // namespace
