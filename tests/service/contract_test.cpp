@@ -136,8 +136,8 @@ TEST_F(ContractTest, ConcurrentCorrectionsNeverLoseOrExceedTheCount) {
       httplib::Client c("127.0.0.1", backend->port());
       c.set_read_timeout(60, 0);
       const std::string body = R"({"text":"Bonjour","mode":"fix","device_id":"d"})";
-      const Reply a = postWith(c, "/functions/v1/correct", body, pro.accessToken);
-      const Reply b = postWith(c, "/functions/v1/correct", body, free.accessToken);
+      const Reply a = postTo(c, "/functions/v1/correct", body, pro.accessToken);
+      const Reply b = postTo(c, "/functions/v1/correct", body, free.accessToken);
       std::lock_guard lock(mutex);
       for (const Reply* r : {&a, &b}) {
         if (r->status == 0) ++unanswered;
