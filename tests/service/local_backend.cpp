@@ -8,7 +8,9 @@ namespace {
 class LocalBackend : public Backend {
  public:
   LocalBackend() {
-    local_.start([this](ServiceConfig& c) { c.rephrase = {model_.url(), ModelStandIn::kKey, ModelStandIn::kModel, 10}; });
+    const bool started = local_.start(
+        [this](ServiceConfig& c) { c.rephrase = {model_.url(), ModelStandIn::kKey, ModelStandIn::kModel, 10}; });
+    if (!started) ADD_FAILURE() << "mirlo-service did not start";
   }
 
   int port() override { return local_.port; }
