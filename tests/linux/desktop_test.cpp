@@ -141,11 +141,13 @@ class Accessible : public Desktop {
     });
     return element;
   }
-  std::optional<std::string> value(const AXElementRef& element, const char* attribute = ax::kValue) {
+  // An attribute of the element when it holds a T.
+  template <typename T = std::string>
+  std::optional<T> value(const AXElementRef& element, const char* attribute = ax::kValue) {
     AXValue out;
     if (!element || access_->copyAttributeValue(element, attribute, out) != AXError::success) return std::nullopt;
-    auto* s = std::get_if<std::string>(&out);
-    return s ? std::optional(*s) : std::nullopt;
+    auto* v = std::get_if<T>(&out);
+    return v ? std::optional(*v) : std::nullopt;
   }
 
   std::unique_ptr<XWorkspace> workspace_;
@@ -173,12 +175,7 @@ class Editor : public Accessible {
     if (!file_.empty()) std::remove(file_.c_str());
   }
 
-  std::optional<AXRange> selectedRange() {
-    AXValue out;
-    if (access_->copyAttributeValue(element_, ax::kSelectedTextRange, out) != AXError::success) return std::nullopt;
-    auto* r = std::get_if<AXRange>(&out);
-    return r ? std::optional(*r) : std::nullopt;
-  }
+  std::optional<AXRange> selectedRange() { return value<AXRange>(element_, ax::kSelectedTextRange); }
 
   std::string file_;
   std::unique_ptr<Child> editor_;
