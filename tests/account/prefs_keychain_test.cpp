@@ -42,17 +42,6 @@ TEST(Prefs, DeviceIdIsCreatedOnFirstReadAsAnUpperCaseUuidAndNeverChanges) {
   EXPECT_NE(other.app->prefs().deviceId(), first);
 }
 
-// Replacing and deleting the session item is told through the session in auth_session_test.cpp
-// and auth_protocol_test.cpp.
-TEST(Keychain, ItemsAreKeptApartByServiceAndForeignItemsAreReplaced) {
-  SimWorld w;
-  w.desk.secrets.items["other"] = "someone else's";
-  w.desk.secrets.items["svc"] = "written by another program";
-  w.app->keychain().save("svc", "ours");
-  EXPECT_EQ(w.app->keychain().load("svc"), "ours");
-  EXPECT_EQ(w.app->keychain().load("other"), "someone else's");
-}
-
 TEST(Keychain, UnreadableItemsLoadAsNothingAndRefusedSavesKeepTheOldItem) {
   SimWorld w;
   w.desk.secrets.items["svc"] = std::string("\xff\xfe tokens", 9);  // not UTF-8

@@ -37,8 +37,8 @@ TEST(CorrectThroughAccessibility, SendsTheSelectionWithItsSurroundingWhiteSpace)
   EXPECT_EQ(world.desk.frontText(), "a Le chat.\n b");
 }
 
-// An element whose selected text cannot be written falls back to a synthesised paste (its keys are
-// in the paste-fallback scenario).
+// An element whose selected text cannot be written falls back to a synthesised paste (an element
+// that says so beforehand, and the keys, are in the paste-fallback scenario).
 class RefusedWrite : public ::testing::Test {
  protected:
   void correct() {
@@ -64,13 +64,6 @@ class RefusedWrite : public ::testing::Test {
     return mail;
   }();
 };
-
-TEST_F(RefusedWrite, NotSettableIsNotEvenTried) {
-  app.element->selectedTextSettable = false;
-  correct();
-  EXPECT_EQ(world.desk.accessibility.callCount("set AXSelectedText"), 0u);
-  expectPastedAndClipboardRestored();
-}
 
 TEST_F(RefusedWrite, SettableButTheWriteFails) {
   app.element->acceptsSelectedText = false;
@@ -100,8 +93,9 @@ class NoAccessibility : public ::testing::Test {
   sim::SimApp& app;
 };
 
-// The keys, the request and the undo record of this path are in the clipboard-path scenario; here
-// when the clipboard is emptied, handed back and handed back again.
+// The keys, the wait for the hot key's modifiers, the request and the undo record of this path are
+// in the clipboard-path scenario; here when the clipboard is emptied, handed back and handed back
+// again.
 TEST_F(NoAccessibility, CopiesPastesAndGivesTheClipboardBack) {
   world.desk.clipboard.putText("numéro de commande 4411");
   serviceAnswers(world, "Je suis allé", 0.3);
@@ -122,20 +116,6 @@ TEST_F(NoAccessibility, CopiesPastesAndGivesTheClipboardBack) {
   EXPECT_EQ(world.desk.clipboard.text, "Je suis allé");
   world.advance(0.01);
   EXPECT_EQ(world.desk.clipboard.text, "numéro de commande 4411");
-}
-
-TEST_F(NoAccessibility, WaitsForTheHotKeyModifiersOnTheVirtualClock) {
-  // The user still holds Command+Shift of the hot key for 0.4 s.
-  world.desk.keyboard.hold(modifier::command | modifier::shift, 0.4);
-  serviceAnswers(world, "Je suis allé");
-  world.app->engine().run("fix");
-
-  ASSERT_EQ(world.desk.keyboard.posted.size(), 2u);
-  EXPECT_GE(world.desk.keyboard.posted[0].at, 0.4);
-  EXPECT_LT(world.desk.keyboard.posted[0].at, 0.45);
-  EXPECT_EQ(world.desk.copiesSeen, 1);  // the copy was not turned into Command+Shift+C
-  world.advance(0.3);
-  EXPECT_EQ(world.desk.frontText(), "Je suis allé au marché.");
 }
 
 TEST_F(NoAccessibility, PostsTheShortcutAnywayWhenModifiersAreHeldTooLong) {

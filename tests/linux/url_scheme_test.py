@@ -104,15 +104,6 @@ class Test:
                 return line[len("Compte : "):]
         return None
 
-    def stored_sessions(self):
-        """The sessions in the file secret store, decoded: {service: {"access": …, "refresh": …}}."""
-        try:
-            with open(self.secrets) as f:
-                items = json.load(f)
-        except FileNotFoundError:
-            return {}
-        return {service: json.loads(base64.b64decode(value)) for service, value in items.items()}
-
     # ------------------------------------------------------------------------------------------
     def run(self):
         if not shutil.which("gdbus"):
@@ -121,12 +112,9 @@ class Test:
 
         self.start_program()
 
-        # Foreign and malformed addresses reach the program and are dropped there.
+        # Foreign and malformed addresses reach the program and are dropped there (which ones the
+        # program refuses is the core's, tested on the simulated desktop).
         for argument in ["https://exemple.fr/auth#access_token=a&refresh_token=r",
-                         "mirlo://auth#access_token=" + jwt({"email": "x@exemple.fr"}),
-                         "mirlo://auth#access_token=a=b&refresh_token=r",
-                         "mirlo://%zz#access_token=a&refresh_token=r",
-                         "mirlo:",
                          os.fsdecode(b"mirlo://auth#access_token=\xff\xfe&refresh_token=r")]:
             self.second_start(argument)
         # The handing over waits for the program to have taken the address, so nothing more can
@@ -139,8 +127,6 @@ class Test:
         if elapsed > 5:
             raise Failure(f"the second start took {elapsed:.1f} s to end")
         wait_for(lambda: self.signed_in_as() == "lea@exemple.fr", 10, "the session to be stored")
-        if [session.get("refresh") for session in self.stored_sessions().values()] != ["r-lea"]:
-            raise Failure("the refresh token was not stored as the session's")
 
         # Started again without an address: one program still, and it keeps running.
         self.second_start_plain()

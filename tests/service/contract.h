@@ -137,13 +137,7 @@ class ContractTest : public ::testing::Test {
   }
 
   Reply post(const std::string& path, const std::string& body, const std::string& bearer = "") {
-    return postWith(*client, path, body, bearer);
-  }
-  static Reply postWith(httplib::Client& c, const std::string& path, const std::string& body,
-                        const std::string& bearer) {
-    httplib::Headers h{{"apikey", config::kAnonKey}};
-    if (!bearer.empty()) h.emplace("Authorization", "Bearer " + bearer);
-    return replyOf(c.Post(path, h, body, "application/json"));
+    return postTo(*client, path, body, bearer);
   }
 
   // A new account, signed in. Every test makes its own, so that services shared between tests

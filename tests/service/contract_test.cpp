@@ -53,12 +53,15 @@ TEST_F(ContractTest, TooLongIsRefusedWithoutCountingAndCharactersAreNotBytes) {
   EXPECT_TRUE(r.body["error"].is_string());
   EXPECT_EQ(r.body["usage"], (Json{{"used", 0}, {"limit", 3}}));
 
-  std::string accents;
-  for (int i = 0; i < 5000; ++i) accents += "é";  // 5000 characters, 10000 bytes
-  auto fits = correct(lea.accessToken, accents, "rephrase");
-  EXPECT_EQ(fits.status, 200) << fits.raw.substr(0, 200);
-  EXPECT_TRUE(fits.body["result"] == accents);
-  EXPECT_EQ(backend->usageToday(lea), 1);
+  // 5000 characters fit, whatever their bytes or their UTF-16 units.
+  std::string accents, emoji;
+  for (int i = 0; i < 5000; ++i) accents += "é", emoji += "😀";
+  for (const std::string& text : {accents, emoji}) {
+    auto fits = correct(lea.accessToken, text, "rephrase");
+    EXPECT_EQ(fits.status, 200) << fits.raw.substr(0, 200);
+    EXPECT_TRUE(fits.body["result"] == text);
+  }
+  EXPECT_EQ(backend->usageToday(lea), 2);
 }
 
 TEST_F(ContractTest, BadRequestsAreRefusedAndNeverCounted) {
@@ -133,8 +136,8 @@ TEST_F(ContractTest, ConcurrentCorrectionsNeverLoseOrExceedTheCount) {
       httplib::Client c("127.0.0.1", backend->port());
       c.set_read_timeout(60, 0);
       const std::string body = R"({"text":"Bonjour","mode":"fix","device_id":"d"})";
-      const Reply a = postWith(c, "/functions/v1/correct", body, pro.accessToken);
-      const Reply b = postWith(c, "/functions/v1/correct", body, free.accessToken);
+      const Reply a = postTo(c, "/functions/v1/correct", body, pro.accessToken);
+      const Reply b = postTo(c, "/functions/v1/correct", body, free.accessToken);
       std::lock_guard lock(mutex);
       for (const Reply* r : {&a, &b}) {
         if (r->status == 0) ++unanswered;

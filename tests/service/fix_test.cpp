@@ -194,5 +194,13 @@ TEST_F(FixTest, WithoutGrammalecteTheSpellingIsStillFixedAndTheServiceSaysWhy) {
   EXPECT_EQ(r.body["result"], "Il fait très beau.") << r.raw;
 }
 
+// Rephrasing needs a model; a service started without one says so, and the try costs nothing.
+TEST_F(FixTest, RephraseWithoutAModelSaysSo) {
+  auto r = correct(accountToken("lea@example.fr"), "merci bcp", "rephrase");
+  EXPECT_EQ(r.body["code"], "unavailable");
+  EXPECT_EQ(r.body["error"], "La reformulation n'est pas disponible sur ce service local");
+  EXPECT_EQ(r.body["usage"]["used"], 0);
+}
+
 }  // namespace
 }  // namespace mirlo::service::testing

@@ -6,9 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <condition_variable>
 #include <fstream>
-#include <mutex>
 #include <sstream>
 
 #include "base/url.h"
@@ -156,38 +154,23 @@ TEST_F(HardeningTest, TheLengthLimitCountsCharactersAsAPersonDoes) {
 struct HeldModel {
   HeldModel() {
     server.Post("/v1/chat/completions", [this](const httplib::Request&, httplib::Response& res) {
-      std::unique_lock lock(mutex);
-      ++arrived;
-      changed.notify_all();
-      changed.wait_for(lock, std::chrono::seconds(10), [&] { return released; });
+      gate.pass();
       res.set_content(R"({"choices":[{"message":{"content":"Je te remercie."}}]})", "application/json");
     });
     port = server.bind_to_any_port("127.0.0.1");
     thread = std::thread([this] { server.listen_after_bind(); });
   }
   ~HeldModel() {
-    release();
+    gate.open();
     server.stop();
     thread.join();
   }
   std::string url() const { return "http://127.0.0.1:" + std::to_string(port) + "/v1"; }
-  bool waitForRequest(int n) {
-    std::unique_lock lock(mutex);
-    return changed.wait_for(lock, std::chrono::seconds(10), [&] { return arrived >= n; });
-  }
-  void release() {
-    std::lock_guard lock(mutex);
-    released = true;
-    changed.notify_all();
-  }
 
+  Gate gate;
   httplib::Server server;
   std::thread thread;
   int port = 0;
-  std::mutex mutex;
-  std::condition_variable changed;
-  int arrived = 0;
-  bool released = false;
 };
 
 TEST_F(HardeningTest, ACorrectionNobodyReceivedIsGivenBack) {
@@ -205,10 +188,10 @@ TEST_F(HardeningTest, ACorrectionNobodyReceivedIsGivenBack) {
   // The program gives up and closes while the model is still thinking.
   RawConnection gone(port);
   gone.send(request);
-  ASSERT_TRUE(model.waitForRequest(1));
+  ASSERT_TRUE(model.gate.waitForArrivals(1));
   EXPECT_EQ(used(), 1);
   gone.close();
-  model.release();
+  model.gate.open();
   EXPECT_TRUE(eventually([&] { return used() == 0; })) << used();
 
   // A client that only stopped sending still reads its answer, and it counts.

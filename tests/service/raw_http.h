@@ -10,6 +10,8 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <condition_variable>
+#include <mutex>
 #include <string>
 
 namespace mirlo::service::testing {
@@ -101,6 +103,33 @@ class RawConnection {
   int fd_ = -1;
   std::string received_;
   bool closedByPeer_ = false;
+};
+
+// Where a server's handlers wait until the test lets them go, counting those that arrived.
+class Gate {
+ public:
+  ~Gate() { open(); }
+  void pass() {
+    std::unique_lock lock(mutex_);
+    ++arrived_;
+    changed_.notify_all();
+    changed_.wait_for(lock, std::chrono::seconds(10), [&] { return open_; });
+  }
+  bool waitForArrivals(int n) {
+    std::unique_lock lock(mutex_);
+    return changed_.wait_for(lock, std::chrono::seconds(10), [&] { return arrived_ >= n; });
+  }
+  void open() {
+    std::lock_guard lock(mutex_);
+    open_ = true;
+    changed_.notify_all();
+  }
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  int arrived_ = 0;
+  bool open_ = false;
 };
 
 // The status of an answer ("HTTP/1.1 413 …" → 413), 0 when there is none.

@@ -35,21 +35,33 @@ inline Reply replyOf(const httplib::Result& r) {
   return out;
 }
 
-class ServiceTest : public ::testing::Test {
- protected:
-  void SetUp() override {
+// A POST as the program sends it: the project's key, and the person's token when there is one.
+inline Reply postTo(httplib::Client& client, const std::string& path, const std::string& body,
+                    const std::string& bearer = "", const std::string& key = config::kAnonKey) {
+  httplib::Headers h;
+  if (!key.empty()) h.emplace("apikey", key);
+  if (!bearer.empty()) h.emplace("Authorization", "Bearer " + bearer);
+  return replyOf(client.Post(path, h, body, "application/json"));
+}
+
+// A mirlo-service in this process on a loopback port, with its own data directory and a clock the
+// test moves; stopped and its directory removed with this object.
+struct LocalService {
+  LocalService() {
     char tmpl[] = "/tmp/mirlo-service-test-XXXXXX";
-    ASSERT_NE(::mkdtemp(tmpl), nullptr);
-    root = tmpl;
-    start();
+    if (::mkdtemp(tmpl)) root = tmpl;
   }
-  void TearDown() override {
+  ~LocalService() {
     stop();
     std::error_code ec;
-    std::filesystem::remove_all(root, ec);
+    if (!root.empty()) std::filesystem::remove_all(root, ec);
   }
+  LocalService(const LocalService&) = delete;
+  LocalService& operator=(const LocalService&) = delete;
 
-  void start(const std::function<void(ServiceConfig&)>& tweak = {}) {
+  // Starts it, `tweak` adjusting the configuration; false, with the reason as a test failure,
+  // when it cannot.
+  bool start(const std::function<void(ServiceConfig&)>& tweak = {}) {
     ServiceConfig c;
     c.dataDir = root + "/data";
     c.port = 0;
@@ -61,20 +73,40 @@ class ServiceTest : public ::testing::Test {
     if (tweak) tweak(c);
     std::string error;
     service = Service::create(c, &error);
-    ASSERT_TRUE(service) << error;
-    port = service->bind();
-    ASSERT_GT(port, 0);
+    if (!service) ADD_FAILURE() << error;
+    if (!service || (port = service->bind()) <= 0) return false;
     server = std::thread([this] { service->run(); });
-    ASSERT_TRUE(service->waitUntilReady(5000));
-    client = std::make_unique<httplib::Client>("127.0.0.1", port);
-    client->set_read_timeout(30, 0);
+    return service->waitUntilReady(5000);
   }
   void stop() {
     if (!service) return;
     service->stop();
     if (server.joinable()) server.join();
-    client.reset();
     service.reset();
+  }
+
+  std::string root;
+  std::atomic<std::int64_t> clock{1'800'000'000};  // 2027-01-15, mid-morning UTC
+  std::unique_ptr<Service> service;
+  std::thread server;
+  int port = 0;
+};
+
+class ServiceTest : public ::testing::Test, public LocalService {
+ protected:
+  void SetUp() override {
+    ASSERT_FALSE(root.empty());
+    start();
+  }
+
+  void start(const std::function<void(ServiceConfig&)>& tweak = {}) {
+    ASSERT_TRUE(LocalService::start(tweak)) << "mirlo-service did not start";
+    client = std::make_unique<httplib::Client>("127.0.0.1", port);
+    client->set_read_timeout(30, 0);
+  }
+  void stop() {
+    client.reset();
+    LocalService::stop();
   }
   void restart(const std::function<void(ServiceConfig&)>& tweak = {}) {
     stop();
@@ -85,10 +117,7 @@ class ServiceTest : public ::testing::Test {
 
   Reply post(const std::string& path, const std::string& body, const std::string& bearer = "",
              const std::string& key = config::kAnonKey) {
-    httplib::Headers h;
-    if (!key.empty()) h.emplace("apikey", key);
-    if (!bearer.empty()) h.emplace("Authorization", "Bearer " + bearer);
-    return reply(client->Post(path, h, body, "application/json"));
+    return postTo(*client, path, body, bearer, key);
   }
   Reply postJson(const std::string& path, const Json& body, const std::string& bearer = "") {
     return post(path, dumpJson(body), bearer);
@@ -121,11 +150,6 @@ class ServiceTest : public ::testing::Test {
     return postJson("/functions/v1/account/plan", Json{{"plan", plan}}, token);
   }
 
-  std::string root;
-  std::atomic<std::int64_t> clock{1'800'000'000};  // 2027-01-15, mid-morning UTC
-  std::unique_ptr<Service> service;
-  std::thread server;
-  int port = 0;
   std::unique_ptr<httplib::Client> client;
 };
 

@@ -20,28 +20,11 @@ namespace {
 constexpr std::size_t kMaxHeaderBytes = 64 * 1024;
 constexpr std::int64_t kFreeDailyLimit = 3;
 
-std::string base64Url(const std::string& bytes) { return encodeBase64Url(bytes); }
-
 std::string trim(const std::string& s) {
   auto begin = s.find_first_not_of(" \t");
   if (begin == std::string::npos) return {};
   auto end = s.find_last_not_of(" \t");
   return s.substr(begin, end - begin + 1);
-}
-
-const char* reason(int status) {
-  switch (status) {
-    case 200: return "OK";
-    case 201: return "Created";
-    case 302: return "Found";
-    case 400: return "Bad Request";
-    case 401: return "Unauthorized";
-    case 404: return "Not Found";
-    case 422: return "Unprocessable Entity";
-    case 429: return "Too Many Requests";
-    case 500: return "Internal Server Error";
-    default: return "Status";
-  }
 }
 
 bool sendAll(int fd, const std::string& data) {
@@ -52,22 +35,6 @@ bool sendAll(int fd, const std::string& data) {
     sent += static_cast<std::size_t>(n);
   }
   return true;
-}
-
-std::string queryValue(const std::string& target, const std::string& key) {
-  auto q = target.find('?');
-  if (q == std::string::npos) return {};
-  std::string rest = target.substr(q + 1);
-  std::size_t pos = 0;
-  while (pos <= rest.size()) {
-    auto amp = rest.find('&', pos);
-    std::string piece = rest.substr(pos, amp == std::string::npos ? std::string::npos : amp - pos);
-    auto eq = piece.find('=');
-    if (eq != std::string::npos && piece.substr(0, eq) == key) return piece.substr(eq + 1);
-    if (amp == std::string::npos) break;
-    pos = amp + 1;
-  }
-  return {};
 }
 
 std::optional<std::string> stringMember(const Json& object, const char* key) {
@@ -94,8 +61,8 @@ std::vector<std::string> RecordedRequest::headerNames() const {
 }
 
 std::string makeAccessToken(const std::string& email, const std::string& nonce) {
-  return base64Url(R"({"alg":"HS256","typ":"JWT"})") + "." +
-         base64Url(dumpJson(Json{{"email", email}, {"sub", "user-" + email}, {"role", "authenticated"},
+  return encodeBase64Url(R"({"alg":"HS256","typ":"JWT"})") + "." +
+         encodeBase64Url(dumpJson(Json{{"email", email}, {"sub", "user-" + email}, {"role", "authenticated"},
                                  {"session_id", nonce}})) +
          ".unsigned";
 }
@@ -253,7 +220,7 @@ void ServiceDouble::serve(int fd) {
     } else {
       reply = answer(request);
     }
-    std::string head = "HTTP/1.1 " + std::to_string(reply.status) + " " + reason(reply.status) + "\r\n";
+    std::string head = "HTTP/1.1 " + std::to_string(reply.status) + " Status\r\n";  // clients read the number
     head += "Content-Type: application/json\r\nContent-Length: " + std::to_string(reply.body.size()) + "\r\n";
     for (const auto& [name, value] : reply.headers) head += name + ": " + value + "\r\n";
     if (close) head += "Connection: close\r\n";
@@ -289,15 +256,17 @@ void ServiceDouble::addUser(const std::string& email, const std::string& passwor
   passwords_[email] = password;
 }
 
-std::string ServiceDouble::newRefreshToken() { return "refresh-" + std::to_string(++counter_); }
-
-std::pair<std::string, std::string> ServiceDouble::issueSession(const std::string& email) {
-  std::lock_guard lock(mutex_);
-  std::string refresh = newRefreshToken();
+std::pair<std::string, std::string> ServiceDouble::issue(const std::string& email) {
+  std::string refresh = "refresh-" + std::to_string(++counter_);
   std::string access = makeAccessToken(email, refresh);
   refreshTokens_[refresh] = email;
   accessTokens_[access] = email;
   return {access, refresh};
+}
+
+std::pair<std::string, std::string> ServiceDouble::issueSession(const std::string& email) {
+  std::lock_guard lock(mutex_);
+  return issue(email);
 }
 
 void ServiceDouble::expireAccessTokens() {
@@ -365,15 +334,15 @@ ServiceDouble::Reply ServiceDouble::token(const RecordedRequest& request) {
   auto body = parseJson(request.body);
   if (!body || !body->is_object())
     return {400, authError(400, "bad_json", "Could not parse request body as JSON"), {}};
-  const std::string grant = queryValue(request.target, "grant_type");
+  const auto grant = [&](const std::string& type) { return request.target.find("grant_type=" + type) != std::string::npos; };
   std::lock_guard lock(mutex_);
   std::string email;
-  if (grant == "password") {
+  if (grant("password")) {
     email = stringMember(*body, "email").value_or("");
     auto known = passwords_.find(email);
     if (known == passwords_.end() || known->second != stringMember(*body, "password").value_or(""))
       return {400, authError(400, "invalid_credentials", "Invalid login credentials"), {}};
-  } else if (grant == "refresh_token") {
+  } else if (grant("refresh_token")) {
     auto live = refreshTokens_.find(stringMember(*body, "refresh_token").value_or(""));
     if (live == refreshTokens_.end())
       return {400, authError(400, "refresh_token_not_found", "Invalid Refresh Token: Refresh Token Not Found"), {}};
@@ -382,10 +351,7 @@ ServiceDouble::Reply ServiceDouble::token(const RecordedRequest& request) {
   } else {
     return {400, authError(400, "unsupported_grant_type", "unsupported_grant_type"), {}};
   }
-  std::string refresh = newRefreshToken();
-  std::string access = makeAccessToken(email, refresh);
-  refreshTokens_[refresh] = email;
-  accessTokens_[access] = email;
+  auto [access, refresh] = issue(email);
   return {200, tokenResponse(access, refresh, email), {}};
 }
 
@@ -403,10 +369,7 @@ ServiceDouble::Reply ServiceDouble::signUp(const RecordedRequest& request) {
   if (password.size() < 8)
     return {422, authError(422, "weak_password", "Password should be at least 8 characters."), {}};
   passwords_[email] = password;
-  std::string refresh = newRefreshToken();
-  std::string access = makeAccessToken(email, refresh);
-  refreshTokens_[refresh] = email;
-  accessTokens_[access] = email;
+  auto [access, refresh] = issue(email);
   return {200, tokenResponse(access, refresh, email), {}};
 }
 

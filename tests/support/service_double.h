@@ -106,7 +106,8 @@ class ServiceDouble {
   Reply correct(const RecordedRequest& request);
   Reply token(const RecordedRequest& request);
   Reply signUp(const RecordedRequest& request);
-  std::string newRefreshToken();
+  // A new token pair for the account; the caller holds the lock.
+  std::pair<std::string, std::string> issue(const std::string& email);
 
   const std::string anonKey_;
   int listenFd_ = -1;

@@ -5,8 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <condition_variable>
-#include <mutex>
 #include <thread>
 #include <vector>
 
@@ -26,10 +24,7 @@ class HttpServerTest : public ::testing::Test {
       res.set_content(req.get_param_value("n"), "text/plain");
     });
     server->route("GET", "/held", [this](const Request&, Response& res) {
-      std::unique_lock lock(mutex);
-      ++held;
-      changed.notify_all();
-      changed.wait_for(lock, std::chrono::seconds(10), [&] { return released; });
+      gate.pass();
       res.set_content("enfin", "text/plain");
       res.undelivered = [this] { ++undelivered; };
     });
@@ -39,28 +34,16 @@ class HttpServerTest : public ::testing::Test {
     thread = std::thread([this] { server->run(); });
   }
   void TearDown() override {
-    release();
+    gate.open();
     if (server) server->stop();
     if (thread.joinable()) thread.join();
     server.reset();
   }
-  void release() {
-    std::lock_guard lock(mutex);
-    released = true;
-    changed.notify_all();
-  }
-  bool waitHeld(int n) {
-    std::unique_lock lock(mutex);
-    return changed.wait_for(lock, std::chrono::seconds(10), [&] { return held >= n; });
-  }
 
+  testing::Gate gate;
   std::unique_ptr<Server> server;
   std::thread thread;
   int port = 0;
-  std::mutex mutex;
-  std::condition_variable changed;
-  int held = 0;
-  bool released = false;
   std::atomic<int> undelivered{0};
 };
 
@@ -125,12 +108,12 @@ TEST_F(HttpServerTest, AnAnswerIsReportedUndeliveredOnlyWhenTheClientHasGone) {
   start(Limits{});
   RawConnection gone(port);
   gone.send("GET /held HTTP/1.1\r\nHost: x\r\n\r\n");
-  ASSERT_TRUE(waitHeld(1));
+  ASSERT_TRUE(gate.waitForArrivals(1));
   gone.close();
   RawConnection stays(port);
   stays.send("GET /held HTTP/1.1\r\nHost: x\r\n\r\n");
-  ASSERT_TRUE(waitHeld(2));
-  release();
+  ASSERT_TRUE(gate.waitForArrivals(2));
+  gate.open();
   EXPECT_EQ(testing::bodyOf(stays.readAnswer()), "enfin");
   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
   while (undelivered == 0 && std::chrono::steady_clock::now() < end)

@@ -27,7 +27,6 @@ class Handover {
     std::lock_guard lock(mutex_);
     value_ = std::move(value);
     thread_ = std::this_thread::get_id();
-    ++deliveries_;
     ready_.notify_all();
   }
   bool wait(std::chrono::milliseconds limit = std::chrono::seconds(10)) {
@@ -46,17 +45,12 @@ class Handover {
     std::lock_guard lock(mutex_);
     return thread_;
   }
-  int deliveries() const {
-    std::lock_guard lock(mutex_);
-    return deliveries_;
-  }
 
  private:
   mutable std::mutex mutex_;
   std::condition_variable ready_;
   std::optional<T> value_;
   std::thread::id thread_;
-  int deliveries_ = 0;
 };
 
 struct LoopbackWorld {

@@ -1,7 +1,5 @@
 import { deepStrictEqual as assertEquals } from "node:assert/strict";
-import { cleanAnswer, readRequest } from "./correction.ts";
-
-const bytes = (text: string) => new TextEncoder().encode(text);
+import { cleanAnswer } from "./correction.ts";
 
 Deno.test("what models add around the text is taken away", () => {
   const original = "je suis alé au marché";
@@ -53,33 +51,4 @@ Deno.test("an empty or runaway answer is not a correction", () => {
     cleanAnswer("Bonjour", "Bonjour à toi, comment vas-tu ?"),
     "Bonjour à toi, comment vas-tu ?",
   );
-});
-
-Deno.test("requests are read as the program sends them, and refused otherwise", () => {
-  assertEquals(
-    readRequest(bytes('{"text":"Bonjour","mode":"fix","device_id":"d"}')),
-    { text: "Bonjour", mode: "fix" },
-  );
-  assertEquals(readRequest(bytes('{"text":"Bonjour","mode":"rephrase","device_id":null}')), {
-    text: "Bonjour",
-    mode: "rephrase",
-  });
-  const refused = (body: Uint8Array) => {
-    const r = readRequest(body);
-    return "status" in r ? [r.status, r.body.code] : r;
-  };
-  assertEquals(refused(new Uint8Array([0x7b, 0x22, 0xff, 0x22, 0x7d])), [400, "bad_request"]);
-  assertEquals(refused(bytes('{"text":"Bonjour","mode":"fix","device_id":7}')), [
-    400,
-    "bad_request",
-  ]);
-  // Five thousand characters fit, whatever their bytes; one more does not.
-  assertEquals(refused(bytes(JSON.stringify({ text: "é".repeat(5001), mode: "fix" }))), [
-    413,
-    "too_long",
-  ]);
-  assertEquals(readRequest(bytes(JSON.stringify({ text: "😀".repeat(5000), mode: "fix" }))), {
-    text: "😀".repeat(5000),
-    mode: "fix",
-  });
 });

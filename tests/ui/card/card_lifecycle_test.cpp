@@ -12,20 +12,6 @@ using LifecycleTest = CardTest;
 
 const Rect kSelection{400, 500, 8, 16};
 
-TEST_F(LifecycleTest, NewPanelFadesInAsAFloatingNonActivatingRoundedCard) {
-  card().showButtons(kSelection);
-  auto& p = panel();
-  EXPECT_TRUE(p.style.nonActivating);
-  EXPECT_FALSE(p.style.hidesOnDeactivate);
-  // Its views are there at once (what they say is in card_contents_test.cpp); it fades from 0 to
-  // 1 over 0.12 s.
-  EXPECT_FALSE(p.views.empty());
-  ASSERT_EQ(p.animations.size(), 1u);
-  EXPECT_EQ(p.animations[0].alpha, 1.0);
-  EXPECT_EQ(p.animations[0].duration, 0.12);
-  EXPECT_GE(p.orderFrontCount, 1);
-}
-
 TEST_F(LifecycleTest, ChangingContentReusesThePanelAndGlidesToTheNewFrame) {
   card().showButtons(kSelection);
   auto first = desk().ui.openPanel();
@@ -76,7 +62,7 @@ TEST_F(LifecycleTest, CloseDuringTheGlideDropsTheNewViews) {
   EXPECT_TRUE(p->views.empty());
 }
 
-TEST_F(LifecycleTest, AutoCloseTimesByContent) {
+TEST_F(LifecycleTest, EachCardClosesByItselfAfterItsOwnTimeAndNoOtherCardsTimer) {
   struct Case {
     std::function<void(Card&)> show;
     double closesAfter;
@@ -99,26 +85,26 @@ TEST_F(LifecycleTest, AutoCloseTimesByContent) {
     EXPECT_EQ(card().state(), Card::State::idle);
     EXPECT_FALSE(card().anchor().has_value());
   }
-}
 
-// Progress has no timer of its own, and the offer's timer does not close what replaced it.
-TEST_F(LifecycleTest, ProgressStaysUntilReplaced) {
+  // Progress has no timer of its own, and the offer's timer does not close what replaced it.
   card().showButtons(kSelection);
   world.advance(1);
   card().showProgress("Correction…");
   world.advance(600);
-  EXPECT_TRUE(onScreen());
   EXPECT_EQ(card().state(), Card::State::progress);
-}
 
-TEST_F(LifecycleTest, TimerOfAClosedCardDoesNotCloseTheNextOne) {
+  // Nor does the timer of a closed card close the next one, a fresh panel that fades in again.
+  card().close();
   card().showButtons(kSelection);  // would close at 3
   world.advance(1);
   card().close();
-  card().showSuccess("Texte corrigé", [] {});  // a new panel, closes at 5
-  world.advance(2.5);
+  const auto panels = desk().ui.panels.size();
+  card().showSuccess("Texte corrigé", [] {});  // closes 4 s from now
+  EXPECT_EQ(desk().ui.panels.size(), panels + 1);
+  EXPECT_EQ(panel().animations.front().kind, sim::SimAnimation::Kind::alpha);
+  world.advance(3.9);
   EXPECT_TRUE(onScreen());
-  world.advance(1.6);
+  world.advance(0.2);
   EXPECT_FALSE(onScreen());
 }
 
@@ -140,19 +126,6 @@ TEST_F(LifecycleTest, PointerRestingOnTheCardKeepsItOpen) {
   EXPECT_TRUE(onScreen());
   world.advance(0.02);
   EXPECT_FALSE(onScreen());
-}
-
-TEST_F(LifecycleTest, CloseResetsEverythingEvenWithoutAPanel) {
-  card().close();
-  EXPECT_EQ(card().state(), Card::State::idle);
-  card().showButtons(kSelection);
-  card().close();
-  EXPECT_FALSE(card().anchor().has_value());
-  EXPECT_FALSE(card().isButtonsOpen());
-  // The next card makes a fresh panel that fades in again.
-  card().showButtons(kSelection);
-  EXPECT_EQ(desk().ui.panels.size(), 2u);
-  EXPECT_EQ(panel().animations.front().kind, sim::SimAnimation::Kind::alpha);
 }
 
 // Escape is told with the key itself in selection_watcher_test.cpp.
