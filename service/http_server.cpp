@@ -619,6 +619,13 @@ bool Server::run() {
   impl_->accept();
   impl_->isRunning = true;
   if (!impl_->stopped) impl_->ioc.run();
+  // An answer whose bytes are all out may still have its completion waiting in the queue: run
+  // what is ready, so that a correction the client received is not given back because the
+  // service stopped at that moment. No new connection is taken meanwhile.
+  beast::error_code ec;
+  impl_->acceptor.close(ec);
+  impl_->ioc.restart();
+  impl_->ioc.poll();
   impl_->isRunning = false;
   return true;
 }

@@ -244,15 +244,7 @@ void WorkerPool::supervise() {
       auto w = spawn(&error);
       lock.lock();
       if (!w) {
-        ++failedStarts_;
-        if (!everReady_) {
-          state_ = State::failed;
-          failure_ = error;
-          changed_.notify_all();
-        } else {
-          nextStart_ = EngineClock::now() + std::chrono::seconds(std::min(30, 1 << std::min(failedStarts_, 5)));
-          log(error);
-        }
+        startFailed(error, error);
         continue;
       }
       if (stopping_) {
@@ -331,16 +323,23 @@ void WorkerPool::supervise() {
       }
       if (why.empty()) continue;
       w->phase = Phase::dead;
-      ++failedStarts_;
-      if (!everReady_) {
-        state_ = State::failed;
-        failure_ = why;
-        changed_.notify_all();
-      } else {
-        nextStart_ = now + std::chrono::seconds(std::min(30, 1 << std::min(failedStarts_, 5)));
-        log("a helper process could not start (" + why + "); trying again");
-      }
+      startFailed(why, "a helper process could not start (" + why + "); trying again");
     }
+  }
+}
+
+// Before any helper was ever ready, a failed start means the checker cannot load here: the pool
+// fails once, with the reason. After that it is a passing fault: the next start waits longer each
+// time (2, 4, … up to 30 s) so that a helper that keeps failing does not spin. Called locked.
+void WorkerPool::startFailed(const std::string& why, const std::string& logLine) {
+  ++failedStarts_;
+  if (!everReady_) {
+    state_ = State::failed;
+    failure_ = why;
+    changed_.notify_all();
+  } else {
+    nextStart_ = EngineClock::now() + std::chrono::seconds(std::min(30, 1 << std::min(failedStarts_, 5)));
+    log(logLine);
   }
 }
 

@@ -89,6 +89,7 @@ class WorkerPool {
   void wake();
   std::shared_ptr<Worker> spawn(std::string* error);
   void release(const std::shared_ptr<Worker>& worker, bool broken);
+  void startFailed(const std::string& why, const std::string& logLine);
   void log(const std::string& line) const;
 
   Options options_;
